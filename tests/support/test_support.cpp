@@ -1,0 +1,95 @@
+#include "test_support.h"
+
+#include <dirent.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tabulon_test {
+
+namespace {
+
+void remove_tree(const std::string& path) {
+  DIR* dir = opendir(path.c_str());
+  if (dir) {
+    while (struct dirent* entry = readdir(dir)) {
+      std::string name = entry->d_name;
+      if (name == "." || name == "..") continue;
+      std::string child = path + "/" + name;
+      struct stat info;
+      if (lstat(child.c_str(), &info) == 0 && S_ISDIR(info.st_mode))
+        remove_tree(child);
+      else
+        unlink(child.c_str());
+    }
+    closedir(dir);
+  }
+  rmdir(path.c_str());
+}
+
+bool is_dir(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+}  // namespace
+
+TempDir::TempDir() {
+  const char* base = getenv("TMPDIR");
+  std::string pattern = std::string(base && *base ? base : "/tmp") + "/tabulon-XXXXXX";
+  std::vector<char> name(pattern.begin(), pattern.end());
+  name.push_back('\0');
+  if (mkdtemp(name.data())) path_ = name.data();
+}
+
+TempDir::~TempDir() {
+  if (!path_.empty()) remove_tree(path_);
+}
+
+std::string TempDir::file(const std::string& name) const { return path_ + "/" + name; }
+
+std::string shared_dir() {
+  std::string dir = TABULON_TEST_SHARED_DIR;
+  return is_dir(dir) ? dir : std::string();
+}
+
+std::string font_dir() { return TABULON_TEST_FONT_DIR; }
+
+std::string gradient_path() { return TABULON_TEST_GRADIENT; }
+
+bool write_file(const std::string& path, const std::vector<unsigned char>& bytes) {
+  FILE* f = fopen(path.c_str(), "wb");
+  if (!f) return false;
+  bool ok = bytes.empty() || fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+  return fclose(f) == 0 && ok;
+}
+
+bool read_file(const std::string& path, std::vector<unsigned char>* bytes) {
+  FILE* f = fopen(path.c_str(), "rb");
+  if (!f) return false;
+  bytes->clear();
+  unsigned char buffer[65536];
+  size_t got;
+  while ((got = fread(buffer, 1, sizeof buffer, f)) > 0) bytes->insert(bytes->end(), buffer, buffer + got);
+  fclose(f);
+  return true;
+}
+
+std::u16string u16(const std::string& utf8) {
+  std::u16string out;
+  for (size_t i = 0; i < utf8.size();) {
+    unsigned char c = utf8[i];
+    unsigned code = c;
+    int extra = 0;
+    if (c >= 0xF0) { code = c & 0x07; extra = 3; }
+    else if (c >= 0xE0) { code = c & 0x0F; extra = 2; }
+    else if (c >= 0xC0) { code = c & 0x1F; extra = 1; }
+    ++i;
+    for (int k = 0; k < extra && i < utf8.size(); ++k, ++i) code = (code << 6) | (utf8[i] & 0x3F);
+    out.push_back(static_cast<char16_t>(code));
+  }
+  return out;
+}
+
+}  // namespace tabulon_test

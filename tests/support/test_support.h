@@ -1,0 +1,42 @@
+// Helpers for the test programs: where the test data lies, and temporary
+// folders that clean up after themselves.
+#ifndef TABULON_TEST_SUPPORT_H
+#define TABULON_TEST_SUPPORT_H
+
+#include <string>
+#include <vector>
+
+namespace tabulon_test {
+
+// A fresh folder under $TMPDIR (or /tmp), removed with its files when the
+// object goes.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::string& path() const { return path_; }
+  // path()/name
+  std::string file(const std::string& name) const;
+
+ private:
+  std::string path_;
+};
+
+// ../shared of the checkout (corpus, oracle, bench); empty if absent.
+std::string shared_dir();
+// The folder of fonts handed to the engine in tests.
+std::string font_dir();
+// The copy of the heading picture in the build tree.
+std::string gradient_path();
+
+bool write_file(const std::string& path, const std::vector<unsigned char>& bytes);
+bool read_file(const std::string& path, std::vector<unsigned char>* bytes);
+
+// UTF-16 text of an ASCII or UTF-8 string, terminated.
+std::u16string u16(const std::string& utf8);
+
+}  // namespace tabulon_test
+
+#endif
