@@ -1,0 +1,124 @@
+/*
+ * tabulon -- the reference host: drives the engine from the command line the
+ * way a document viewer drives it, through the flat calls, and where those
+ * have nothing to say, through the workbook calls behind them.
+ *
+ *   tabulon info FILE [--password P] [--fonts DIR]
+ *
+ * Output formats are stable: scripts and checks read them.  A failure prints
+ * "tabulon: FILE: NAME (0x0737....)" to stderr and exits with 2; a misuse of
+ * the command line exits with 1.
+ */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+
+#include "foundation/zuv_uni_string.h"
+#include "module/kel_session.h"
+#include "tabulon.h"
+#include "workbook/kel_xls_file.h"
+
+namespace {
+
+const char* status_name(unsigned status) {
+#define KEL_STATUS_NAME_CASE(name, value, text) \
+  case value:                                   \
+    return #name;
+  switch (status) { KEL_STATUS_LIST(KEL_STATUS_NAME_CASE) }
+#undef KEL_STATUS_NAME_CASE
+  return "KEL_ERR_UNKNOWN";
+}
+
+int fail(const char* file, unsigned status) {
+  fprintf(stderr, "tabulon: %s: %s (0x%08X)\n", file, status_name(status), status);
+  return 2;
+}
+
+int usage() {
+  fputs("usage: tabulon info FILE [--password P] [--fonts DIR]\n", stderr);
+  return 1;
+}
+
+/* UTF-16 copy of a UTF-8 argument. */
+std::u16string wide(const char* utf8) {
+  std::u16string text(strlen(utf8) + 1, u'\0');
+  unsigned length = utf8_to_ucs2(reinterpret_cast<unsigned short*>(&text[0]), utf8);
+  text.resize(length);
+  return text;
+}
+
+const unsigned short* units(const std::u16string& text) {
+  return reinterpret_cast<const unsigned short*>(text.c_str());
+}
+
+std::string narrow(const unsigned short* text) {
+  std::string utf8(4 * ucs2_len(text) + 1, '\0');
+  utf8.resize(ucs2_to_utf8(&utf8[0], text));
+  return utf8;
+}
+
+struct Options {
+  const char* file = nullptr;
+  const char* password = nullptr;
+  const char* fonts = TABULON_FONT_DIR;
+};
+
+/* Options after the command; false on anything unknown. */
+bool parse_options(int argc, char** argv, Options* options) {
+  for (int i = 0; i < argc; ++i) {
+    if (strcmp(argv[i], "--password") == 0 && i + 1 < argc)
+      options->password = argv[++i];
+    else if (strcmp(argv[i], "--fonts") == 0 && i + 1 < argc)
+      options->fonts = argv[++i];
+    else if (argv[i][0] == '-' || options->file)
+      return false;
+    else
+      options->file = argv[i];
+  }
+  return options->file != nullptr;
+}
+
+/* A session on the file, or a printed failure. */
+unsigned open_session(const Options& options, kel_file** session) {
+  std::u16string path = wide(options.file);
+  std::u16string fonts = wide(options.fonts);
+  std::u16string password = options.password ? wide(options.password) : u"";
+  return kel_open_file(units(path), options.password ? units(password) : nullptr,
+                       units(fonts), nullptr, session);
+}
+
+int command_info(const Options& options) {
+  kel_file* session = nullptr;
+  unsigned status = open_session(options, &session);
+  if (status) return fail(options.file, status);
+  int count = 0;
+  status = kel_get_sheet_count(session, &count);
+  if (!status) {
+    printf("format: %s\n",
+           kel_file_format(session->workbook) == kel_format_ooxml ? "ooxml" : "biff8");
+    printf("sheets: %d\n", count);
+  }
+  for (int i = 0; !status && i < count; ++i) {
+    int needed = 0;
+    status = kel_get_sheet_title(session, i, nullptr, 0, &needed);
+    if (status) break;
+    std::u16string title(static_cast<size_t>(needed), u'\0');
+    status = kel_get_sheet_title(session, i, reinterpret_cast<unsigned short*>(&title[0]),
+                                 needed, &needed);
+    if (!status) printf("sheet %d: %s\n", i, narrow(units(title)).c_str());
+  }
+  kel_close_file(&session);
+  return status ? fail(options.file, status) : 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) return usage();
+  Options options;
+  if (!parse_options(argc - 2, argv + 2, &options)) return usage();
+  if (strcmp(argv[1], "info") == 0) return command_info(options);
+  return usage();
+}
