@@ -1,0 +1,344 @@
+// The glyph cache over a renderer that the test controls, and one glyph
+// drawn through the platform.
+#include <gtest/gtest.h>
+
+#include <string.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "test_support.h"
+#include "view/zuv_font_emulation.h"
+#include "view/zuv_glyph_cache.h"
+
+namespace {
+
+// Renders every glyph but a space as a block of ink, rows x columns, at
+// column x and top rows above the baseline, into a white bitmap 12 x 21
+// whose baseline is row 10.  The ink pixel is `ink`.
+struct FakeRenderer {
+  int32_t format = ZUVBIT_RGB565;
+  int32_t x = 1, top = 3, rows = 4, columns = 2, advance = 5;
+  uint32_t ink = 0;
+  uint32_t fail = 0;  // status to return
+  int renders = 0;
+  std::vector<uint32_t> pixels;
+  zuvbit_t bitmap = {};
+};
+
+int g_releases = 0;
+void count_release() { ++g_releases; }
+
+uint32_t fake_render(void* user, zuvbit_t** result, uint32_t, uint32_t, unsigned short glyph,
+                     int32_t* advance) {
+  FakeRenderer* r = static_cast<FakeRenderer*>(user);
+  ++r->renders;
+  if (r->fail) return r->fail;
+  const int32_t width = 12, height = 21;
+  r->pixels.assign((size_t)width * height, 0xFFFFFFFFu);
+  r->bitmap = zuvbit_t{r->format, r->pixels.data(), width, height,
+                       (uint32_t)(width * (r->format == ZUVBIT_RGB565 ? 2 : 4))};
+  for (int32_t j = 0; glyph != ' ' && j < r->rows; ++j)
+    for (int32_t i = 0; i < r->columns; ++i) {
+      unsigned char* row = (unsigned char*)r->pixels.data() + (size_t)(10 - r->top + j) * r->bitmap.bytes_per_row;
+      if (r->format == ZUVBIT_RGB565) ((uint16_t*)row)[r->x + i] = (uint16_t)r->ink;
+      else ((uint32_t*)row)[r->x + i] = r->ink;
+    }
+  *result = &r->bitmap;
+  *advance = r->advance;
+  return 0;
+}
+
+struct Cache {
+  FakeRenderer renderer;
+  zuv_glyph_cache_t* cache = nullptr;
+  Cache() { EXPECT_EQ(0u, zuv_glyph_cache_init(&cache, fake_render, &renderer, count_release)); }
+  ~Cache() { zuv_glyph_cache_destroy(&cache); }
+  zuv_glyph_bitmap_t* get(unsigned short glyph, uint32_t size = 10, uint32_t face = 4) {
+    zuv_glyph_bitmap_t* entry = nullptr;
+    EXPECT_EQ(0u, zuv_glyph_cache_get_bitmap(cache, face, size, glyph, &entry));
+    return entry;
+  }
+};
+
+TEST(GlyphCache, FindsTheInk) {
+  Cache c;
+  c.renderer.ink = 0x0841;  // red 00001: widened to 0x0F
+  g_releases = 0;
+  zuv_glyph_bitmap_t* e = c.get('A');
+  ASSERT_NE(nullptr, e);
+  EXPECT_EQ(1, g_releases);
+  EXPECT_EQ('A' | 10u << 20 | 4u << 16, e->key);
+  EXPECT_EQ(4u, e->rows);
+  EXPECT_EQ(2u, e->columns);
+  EXPECT_EQ(1, e->left_bearing);
+  EXPECT_EQ(5 - 2 - 1, e->right_bearing);
+  EXPECT_EQ(3, e->top);
+  for (int i = 0; i < 8; ++i) EXPECT_EQ(0x0F, e->bitmap[i]);
+
+  // A hit renders nothing and releases nothing; other sizes and faces are
+  // other glyphs.
+  EXPECT_EQ(e, c.get('A'));
+  EXPECT_EQ(1, c.renderer.renders);
+  EXPECT_NE(e, c.get('A', 11));
+  EXPECT_NE(e, c.get('A', 10, 5));
+  EXPECT_EQ(3, c.renderer.renders);
+  EXPECT_EQ(3, g_releases);
+
+  // ARGB32 takes the low byte; ink beyond size rows of the baseline or twice
+  // the advance is not looked at; a glyph below the baseline has top < 0.
+  c.renderer.format = ZUVBIT_ARGB32;
+  c.renderer.ink = 0xFF4020A0;
+  c.renderer.top = -1;
+  c.renderer.rows = 6;
+  c.renderer.x = 2;
+  c.renderer.columns = 10;
+  e = c.get('B', 4);  // rows 10 - 4 to 13 and columns 0 to 9
+  EXPECT_EQ(3u, e->rows);
+  EXPECT_EQ(8u, e->columns);
+  EXPECT_EQ(-1, e->top);
+  EXPECT_EQ(2, e->left_bearing);
+  EXPECT_EQ(-5, e->right_bearing);
+  EXPECT_EQ(0xA0, e->bitmap[23]);
+
+  // No ink: an entry with nothing in it, found again like any other.
+  e = c.get(' ');
+  EXPECT_EQ(nullptr, e->bitmap);
+  EXPECT_EQ(0u, e->rows + e->columns);
+  EXPECT_EQ(0, e->left_bearing + e->right_bearing + e->top);
+  int renders = c.renderer.renders;
+  EXPECT_EQ(e, c.get(' '));
+  EXPECT_EQ(renders, c.renderer.renders);
+}
+
+TEST(GlyphCache, EvictsTheLeastRecentlyUsed) {
+  Cache c;
+  for (unsigned short g = 1; g <= ZUV_GLYPH_CACHE_ENTRIES; ++g) c.get(g);
+  c.get(1);  // now 2 is the oldest
+  EXPECT_EQ(ZUV_GLYPH_CACHE_ENTRIES, c.renderer.renders);
+  c.get(1000);
+  c.get(1);
+  c.get(3);
+  EXPECT_EQ(ZUV_GLYPH_CACHE_ENTRIES + 1, c.renderer.renders);
+  c.get(2);
+  EXPECT_EQ(ZUV_GLYPH_CACHE_ENTRIES + 2, c.renderer.renders);
+
+  // The ring is whole: 500 entries either way round, the head first.
+  zuv_glyph_bitmap_t* e = c.cache->head;
+  EXPECT_EQ(2u, e->key & 0xFFFF);
+  int count = 0;
+  do {
+    EXPECT_EQ(e, e->next->prev);
+    e = e->next;
+    ++count;
+  } while (e != c.cache->head && count <= ZUV_GLYPH_CACHE_ENTRIES);
+  EXPECT_EQ(ZUV_GLYPH_CACHE_ENTRIES, count);
+}
+
+TEST(GlyphCache, Failures) {
+  Cache c;
+  for (unsigned short g = 1; g <= ZUV_GLYPH_CACHE_ENTRIES; ++g) c.get(g);
+  c.renderer.fail = KEL_ERR_GENERAL;
+  g_releases = 0;
+  zuv_glyph_bitmap_t* e = nullptr;
+  EXPECT_EQ(KEL_ERR_GENERAL, zuv_glyph_cache_get_bitmap(c.cache, 4, 10, 1000, &e));
+  EXPECT_EQ(0, g_releases);
+  EXPECT_EQ(0u, c.cache->head->prev->key);  // glyph 1 given up, the entry empty
+  EXPECT_EQ(nullptr, c.cache->head->prev->bitmap);
+  int renders = c.renderer.renders;
+  c.renderer.fail = 0;
+  c.get(2);
+  c.get(500);
+  EXPECT_EQ(renders, c.renderer.renders);  // the others are still found
+
+  c.renderer.format = 3;
+  EXPECT_EQ(KEL_ERR_NOT_FOUND, zuv_glyph_cache_get_bitmap(c.cache, 4, 10, 1, &e));
+  EXPECT_EQ(1, g_releases);
+  c.renderer.format = ZUVBIT_RGB565;
+  e = c.get(1);
+  ASSERT_NE(nullptr, e);
+  EXPECT_EQ(8u, e->rows * e->columns);
+  EXPECT_EQ(renders + 2, c.renderer.renders);
+
+  EXPECT_EQ(KEL_ERR_NOT_FOUND, zuv_glyph_cache_get_bitmap(c.cache, 0, 0, 0, &e));
+  EXPECT_EQ(KEL_ERR_GENERAL, zuv_glyph_cache_get_bitmap(nullptr, 4, 10, 'B', &e));
+  zuv_glyph_cache_t* none = nullptr;
+  EXPECT_EQ(KEL_ERR_INVALID_ARGUMENT, zuv_glyph_cache_init(&none, nullptr, nullptr, nullptr));
+  zuv_glyph_cache_destroy(&none);
+  zuv_glyph_cache_destroy(nullptr);
+}
+
+// Records what zuv_glyph_render asks of the canvas, and fails on demand.
+class RecordingCanvas final : public ICanvas {
+ public:
+  std::string calls, font_name;
+  DFontSpec font = {};
+  uint32_t fail_font = 0, fail_measure = 0, fail_draw = 0;
+  int32_t draw_x = 0, draw_y = 0;
+  uint16_t drawn = 0;
+
+  uint32_t SetFontByName(const DFontSpec& f) override {
+    calls += "font ";
+    font = f;
+    font_name = static_cast<const char*>(f.name->GetData());
+    return fail_font;
+  }
+  uint32_t MeasureString(const VString& text, int32_t* width) override {
+    calls += "measure ";
+    *width = 7 * (int32_t)text.GetNumChars();
+    return fail_measure;
+  }
+  uint32_t DrawChar(int32_t x, int32_t y, uint16_t glyph) override {
+    calls += "draw ";
+    draw_x = x, draw_y = y, drawn = glyph;
+    return fail_draw;
+  }
+  uint32_t Release() override { return 0; }
+  uint32_t SetClip(const DRect&) override { return Unexpected(); }
+  uint32_t GetClip(DRect*) override { return Unexpected(); }
+  uint32_t SetColor(const DRGBValue&) override { return Unexpected(); }
+  uint32_t GetColor(DRGBValue*) override { return Unexpected(); }
+  uint32_t DrawLine(int32_t, int32_t, int32_t, int32_t) override { return Unexpected(); }
+  uint32_t DrawRectangle(const DRect&) override { return Unexpected(); }
+  uint32_t FillRectangle(const DRect&) override { return Unexpected(); }
+  uint32_t FillPolygon(int, const DPoint*) override { return Unexpected(); }
+  uint32_t DrawPolygon(int, const DPoint*, bool) override { return Unexpected(); }
+  uint32_t SetBrush(int) override { return Unexpected(); }
+  uint32_t SetPen(int, int, int) override { return Unexpected(); }
+  uint32_t DrawArc(const DRect&, double, double) override { return Unexpected(); }
+  uint32_t DrawEllipse(const DRect&) override { return Unexpected(); }
+  uint32_t DrawPie(const DRect&, double, double) override { return Unexpected(); }
+  uint32_t FillPie(const DRect&, double, double) override { return Unexpected(); }
+  uint32_t CopyRect(ICanvas*, const DRect&, int32_t, int32_t) override { return Unexpected(); }
+  uint32_t DrawImage(VFileStream*, int, const DRect&) override { return Unexpected(); }
+  uint32_t SetTextMode(int) override { return Unexpected(); }
+  uint32_t SetFontByFamily(int, int32_t, bool, bool, double) override { return Unexpected(); }
+  uint32_t GetFontMetrics(int32_t*, int32_t*) override { return Unexpected(); }
+  uint32_t MeasureChar(uint16_t, int32_t*) override { return Unexpected(); }
+
+ private:
+  uint32_t Unexpected() {
+    calls += "other ";
+    return KEL_ERR_GENERAL;
+  }
+};
+
+class FixedCharsetFonts final : public IZuvFontManager {
+ public:
+  uint32_t status = 0;
+  uint32_t Release() override { return 0; }
+  uint32_t LoadFonts(const char*) override { return 0; }
+  uint32_t GetGlyphCharSet(uint16_t, int* charset) override {
+    *charset = kCharSetGreek;
+    return status;
+  }
+};
+
+TEST(GlyphRender, AsksThePlatformForTheFaceFont) {
+  RecordingCanvas canvas;
+  FixedCharsetFonts fonts;
+  int32_t advance = -1;
+  EXPECT_EQ(0u, zuv_glyph_render(&canvas, &fonts, 3, 17, 0x3A9, 2, 240, &advance));
+  EXPECT_EQ("font measure draw ", canvas.calls);
+  EXPECT_EQ("Thorndale MT", canvas.font_name);
+  EXPECT_EQ(kCharSetGreek, canvas.font.charset);
+  EXPECT_EQ(kFamilySerif, canvas.font.family);
+  EXPECT_EQ(240, canvas.font.size);
+  EXPECT_EQ(1.0, canvas.font.scale);
+  EXPECT_TRUE(canvas.font.bold && canvas.font.italic);
+  EXPECT_EQ(7, advance);  // one character measured
+  EXPECT_EQ(3, canvas.draw_x);
+  EXPECT_EQ(17, canvas.draw_y);
+  EXPECT_EQ(0x3A9, canvas.drawn);
+
+  canvas.calls.clear();
+  EXPECT_EQ(0u, zuv_glyph_render(&canvas, &fonts, 0, 0, 'x', 12, 100, &advance));
+  EXPECT_EQ("YingyDingSpecial", canvas.font_name);
+  EXPECT_EQ(kFamilySymbol, canvas.font.family);
+  EXPECT_FALSE(canvas.font.bold || canvas.font.italic);
+
+  // The first failure ends it.
+  const struct {
+    uint32_t RecordingCanvas::*fail;
+    const char* calls;
+  } failures[] = {{&RecordingCanvas::fail_font, "font "},
+                  {&RecordingCanvas::fail_measure, "font measure "},
+                  {&RecordingCanvas::fail_draw, "font measure draw "}};
+  for (const auto& f : failures) {
+    RecordingCanvas failing;
+    failing.*f.fail = KEL_ERR_NOT_FOUND;
+    EXPECT_EQ(KEL_ERR_NOT_FOUND, zuv_glyph_render(&failing, &fonts, 0, 0, 'x', 4, 200, &advance));
+    EXPECT_EQ(f.calls, failing.calls);
+  }
+  fonts.status = KEL_ERR_GENERAL;
+  canvas.calls.clear();
+  EXPECT_EQ(KEL_ERR_GENERAL, zuv_glyph_render(&canvas, &fonts, 0, 0, 'x', 4, 200, &advance));
+  EXPECT_EQ("", canvas.calls);
+}
+
+// A real canvas from the class factory as the cache's renderer, the way an
+// embedder would render: black on white, baseline at half the height.
+struct PlatformRenderer {
+  IZuvClassFactory* factory = ZuvLinuxClassFactory();
+  IZuvFontManager* fonts = nullptr;
+  ICanvas* canvas = nullptr;
+  zuvbit_t bitmap = {};
+  PlatformRenderer() {
+    void* object = nullptr;
+    EXPECT_EQ(0u, factory->CreateObject(ZUV_CLASS_FONT_MANAGER, &object));
+    fonts = static_cast<IZuvFontManager*>(object);
+    EXPECT_EQ(0u, fonts->LoadFonts(tabulon_test::font_dir().c_str()));
+  }
+  ~PlatformRenderer() {
+    if (canvas) canvas->Release();
+    fonts->Release();
+    factory->Release();
+  }
+  static uint32_t render(void* user, zuvbit_t** result, uint32_t face, uint32_t size,
+                         unsigned short glyph, int32_t* advance) {
+    PlatformRenderer* r = static_cast<PlatformRenderer*>(user);
+    if (r->canvas) r->canvas->Release();
+    DRect area = {0, 0, (int32_t)(4 * size), (int32_t)(2 * size + 2)};
+    uint32_t status = r->factory->CreateCanvas(&r->canvas, 1, area, 32, 0, 0);
+    if (!status)
+      status = zuv_glyph_render(r->canvas, r->fonts, 0, area.height / 2, glyph, face,
+                                (int32_t)size * 20, advance);
+    unsigned char* pixels = nullptr;
+    uint32_t stride = 0;
+    if (!status) status = static_cast<DCanvasMVCairo*>(r->canvas)->GetImageData(&pixels, &stride);
+    r->bitmap = zuvbit_t{ZUVBIT_ARGB32, pixels, area.width, area.height, stride};
+    *result = &r->bitmap;
+    return status;
+  }
+};
+
+TEST(GlyphRender, ThroughTheCacheOnThePlatform) {
+  PlatformRenderer renderer;
+  zuv_glyph_cache_t* cache = nullptr;
+  ASSERT_EQ(0u, zuv_glyph_cache_init(&cache, PlatformRenderer::render, &renderer, nullptr));
+  zuv_glyph_bitmap_t* h = nullptr;
+  ASSERT_EQ(0u, zuv_glyph_cache_get_bitmap(cache, 4, 20, 'H', &h));
+  int32_t advance = 0;
+  ASSERT_EQ(0u, renderer.canvas->MeasureChar('H', &advance));
+#ifdef TABULON_TEST_WITH_CAIRO
+  // An upright capital: ink from about 14 rows above the baseline down to
+  // it, with blank columns either side.
+  ASSERT_NE(nullptr, h->bitmap);
+  EXPECT_NEAR(14, h->top, 1);
+  EXPECT_EQ(h->rows, (uint32_t)h->top);
+  EXPECT_GT(h->left_bearing, 0);
+  EXPECT_GT(h->right_bearing, 0);
+  EXPECT_EQ(advance, h->left_bearing + (int32_t)h->columns + h->right_bearing);
+  for (uint32_t r = 0; r < h->rows; ++r) {  // solid ink in every row: the stems
+    const uint8_t* row = h->bitmap + r * h->columns;
+    EXPECT_NE(row + h->columns, std::find(row, row + h->columns, 0)) << r;
+  }
+#else
+  // The memory platform draws no text: every glyph is blank.
+  EXPECT_EQ(nullptr, h->bitmap);
+#endif
+  zuv_glyph_cache_destroy(&cache);
+}
+
+}  // namespace
