@@ -19,6 +19,7 @@
 #include "module/kel_session.h"
 #include "tabulon.h"
 #include "workbook/kel_xls_file.h"
+#include "workbook/kel_xls_sheet.h"
 
 namespace {
 
@@ -100,6 +101,7 @@ int command_info(const Options& options) {
            kel_file_format(session->workbook) == kel_format_ooxml ? "ooxml" : "biff8");
     printf("sheets: %d\n", count);
   }
+  const xls_file* workbook = session->workbook;
   for (int i = 0; !status && i < count; ++i) {
     int needed = 0;
     status = kel_get_sheet_title(session, i, nullptr, 0, &needed);
@@ -108,6 +110,11 @@ int command_info(const Options& options) {
     status = kel_get_sheet_title(session, i, reinterpret_cast<unsigned short*>(&title[0]),
                                  needed, &needed);
     if (!status) printf("sheet %d: %s\n", i, narrow(units(title)).c_str());
+  }
+  if (!status) {
+    printf("1904: %s\n", xls_1904_dates(workbook) ? "yes" : "no");
+    printf("fonts: %u\nformats: %u\nxfs: %u\nnames: %u\n", xls_font_count(workbook),
+           xls_format_count(workbook), xls_xf_count(workbook), xls_name_count(workbook));
   }
   kel_close_file(&session);
   return status ? fail(options.file, status) : 0;

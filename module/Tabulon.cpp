@@ -15,6 +15,7 @@
 #include "module/kel_session.h"
 #include "module/linux_pool.h"
 #include "workbook/kel_xls_file.h"
+#include "workbook/kel_xls_sheet.h"
 
 int g_dbg_ref = 0;
 xls_locale* g_os_locale = nullptr;
@@ -102,6 +103,9 @@ extern "C" KEL_API unsigned kel_open_file(const unsigned short* path,
     status = KEL_ERR_OUT_OF_MEMORY;
     goto failed;
   }
+  // Properties are a courtesy: a document whose summary can't be read
+  // opens all the same, with empty ones.
+  xls_get_summary_information(file->workbook, file->summary);
   status = init_on_demand(file);
   if (status) goto failed;
 

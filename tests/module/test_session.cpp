@@ -50,7 +50,8 @@ TEST(Session, FailedOpensLeaveTheModuleReadyAndMakeTheLocaleAgain) {
   // A file that is no workbook reaches the workbook layer, which refuses it;
   // a read-only one is opened all the same.
   std::string text = dir.file("notes.txt");
-  ASSERT_TRUE(tabulon_test::write_file(text, {'h', 'e', 'l', 'l', 'o', '!', '\n'}));
+  std::string words = "hello, this is no workbook\n";
+  ASSERT_TRUE(tabulon_test::write_file(text, std::vector<unsigned char>(words.begin(), words.end())));
   chmod(text.c_str(), 0444);
   EXPECT_EQ(KEL_ERR_OLE_BAD_CHAIN, open(text, &session));
   EXPECT_EQ(nullptr, session);

@@ -76,6 +76,43 @@ bool read_file(const std::string& path, std::vector<unsigned char>* bytes) {
   return true;
 }
 
+std::string CorpusFile::password() const {
+  size_t at = note.find("password=");
+  if (at == std::string::npos) return std::string();
+  size_t end = note.find_first_of(" ;\t", at);
+  std::string value = note.substr(at + 9, end == std::string::npos ? std::string::npos : end - at - 9);
+  return value == "unknown" ? std::string() : value;
+}
+
+bool read_tsv(const std::string& path, std::vector<std::vector<std::string>>* rows) {
+  std::vector<unsigned char> bytes;
+  if (!read_file(path, &bytes)) return false;
+  rows->clear();
+  std::vector<std::string> fields(1);
+  for (unsigned char c : bytes) {
+    if (c == '\t') {
+      fields.emplace_back();
+    } else if (c == '\n') {
+      rows->push_back(fields);
+      fields.assign(1, std::string());
+    } else {
+      fields.back().push_back(static_cast<char>(c));
+    }
+  }
+  if (fields.size() > 1 || !fields[0].empty()) rows->push_back(fields);
+  return true;
+}
+
+std::vector<CorpusFile> corpus_manifest() {
+  std::vector<CorpusFile> files;
+  std::string dir = shared_dir();
+  std::vector<std::vector<std::string>> rows;
+  if (dir.empty() || !read_tsv(dir + "/corpus/MANIFEST.tsv", &rows)) return files;
+  for (size_t i = 1; i < rows.size(); ++i)
+    if (rows[i].size() >= 7) files.push_back({rows[i][0], rows[i][6]});
+  return files;
+}
+
 std::u16string u16(const std::string& utf8) {
   std::u16string out;
   for (size_t i = 0; i < utf8.size();) {

@@ -34,6 +34,20 @@ std::string gradient_path();
 bool write_file(const std::string& path, const std::vector<unsigned char>& bytes);
 bool read_file(const std::string& path, std::vector<unsigned char>* bytes);
 
+// One line of the corpus's MANIFEST.tsv: the file's path under corpus/
+// (such as "xls/poi_Simple.xls") and the note that classifies it.
+struct CorpusFile {
+  std::string path;
+  std::string note;
+  // The password the note gives ("password=..."), empty if none.
+  std::string password() const;
+};
+// The corpus's files, empty when ../shared is absent.
+std::vector<CorpusFile> corpus_manifest();
+// The lines of a tab-separated oracle file, each split into its fields;
+// false if the file doesn't exist.
+bool read_tsv(const std::string& path, std::vector<std::vector<std::string>>* rows);
+
 // UTF-16 text of an ASCII or UTF-8 string, terminated.
 std::u16string u16(const std::string& utf8);
 
