@@ -507,6 +507,7 @@ uint32_t xls_open(const xls_pool* pool, xls_file** result, int read_cells,
     xls_sheet_t* sheet = file->sheets[i];
     if (sheet->type == XLS_SHEET_WORKSHEET || sheet->type == XLS_SHEET_CHART)
       status = xls_scan_sheet(file, sheet);
+    if (!status && sheet->bof.type == BIFF_BOF_WORKSHEET) status = cache_sheet_heights(sheet);
   }
   if (!status && file->window1_offset == 0) status = KEL_ERR_GENERAL;
   if (status) {
@@ -578,3 +579,6 @@ uint32_t xls_format_count(const xls_file* file) {
 uint32_t xls_xf_count(const xls_file* file) { return static_cast<uint32_t>(file->xfs_info.count); }
 
 uint32_t xls_name_count(const xls_file* file) { return static_cast<uint32_t>(file->names_info.count); }
+
+/* A BIFF workbook copies every shared string into its cells: none is borrowed. */
+bool xls_is_sst_str(const xls_file*, const unsigned short*) { return false; }

@@ -52,6 +52,9 @@ struct xls_sst_checkpoint_t {
 /* xls_file.flags */
 enum { XLS_FILE_CHANGED = 0x01 };
 
+/* xls_file.row_cache_flags */
+enum { XLS_ROW_CACHE_ENABLED = 0x01, XLS_ROW_CACHE_VALID = 0x02 };
+
 struct xls_file {
   kel_wb_cache_t* cached;  /* not null: an OOXML workbook, and nothing below is used */
   uint8_t write_protected;
@@ -93,6 +96,8 @@ struct xls_file {
   xls_externsheet_t* externsheets;
   xls_array_info names_info;
   biff_name* names;
+  biff_row_v2 row_cache;     /* the last ROW read while the view paints */
+  uint8_t row_cache_flags;   /* XLS_ROW_CACHE_ */
   uint32_t active_tab;       /* WINDOW1's active sheet at open */
   xls_sheet_t* active_sheet;
 };
@@ -136,10 +141,18 @@ int32_t xls_sheet_index(const xls_file* file, const xls_sheet_t* sheet);
 xls_sheet_t* xls_get_active_sheet(const xls_file* file);
 uint32_t xls_set_active_sheet(xls_file* file, xls_sheet_t* sheet);
 const xls_pool* xls_pool_from_wb(const xls_file* file);
+/* The colour of a palette index: the eight fixed colours below 8, the
+ * workbook's palette from 8, the window's text and background colours at
+ * 0x40 and 0x41; any other index is automatic, black. */
+DRGBValue xls_palette_colour(const xls_file* file, uint16_t index);
 /* Counts of the global tables. */
 uint32_t xls_font_count(const xls_file* file);
 uint32_t xls_format_count(const xls_file* file);
 uint32_t xls_xf_count(const xls_file* file);
 uint32_t xls_name_count(const xls_file* file);
+
+/* True when text is a string of file's in-memory shared string table, which
+ * cell values borrow rather than own. */
+bool xls_is_sst_str(const xls_file* file, const unsigned short* text);
 
 #endif /* KEL_XLS_FILE_H */

@@ -22,6 +22,7 @@ enum {
 enum {
   BIFF_EOF = 0x000A,
   BIFF_FORMULA_OLD = 0x0006,
+  BIFF_FORMULA_BIFF4 = 0x0406, /* found in some BIFF8 files: same layout */
   BIFF_PROTECT = 0x0012,
   BIFF_EXTERNSHEET = 0x0017,
   BIFF_NAME = 0x0018,
@@ -45,6 +46,7 @@ enum {
   BIFF_DBCELL = 0x00D7,
   BIFF_SCENPROTECT = 0x00DD,
   BIFF_XF = 0x00E0,
+  BIFF_MERGEDCELLS = 0x00E5,
   BIFF_SST = 0x00FC,
   BIFF_LABELSST = 0x00FD,
   BIFF_SUPBOOK = 0x01AE,
@@ -222,7 +224,14 @@ struct biff_selection {
   biff_ref8* refs; /* owned, count of them */
 };
 
-/* A ROW record. */
+/* A ROW record: 20 bytes with its header. */
+enum {
+  BIFF_ROW_SIZE = 20,
+  BIFF_ROW_DEFAULT_HEIGHT = 0x8000,
+  BIFF_ROW_HIDDEN = 0x0020,
+  BIFF_ROW_HEIGHT_SET = 0x0040,
+  BIFF_ROW_XF_VALID = 0x0080
+};
 struct biff_row_v2 {
   uint16_t row;
   uint16_t first_col;

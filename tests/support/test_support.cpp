@@ -103,6 +103,23 @@ bool read_tsv(const std::string& path, std::vector<std::vector<std::string>>* ro
   return true;
 }
 
+const std::map<std::string, std::string> kRefusedWorkbooks = {
+    // Encryption schemes other than RC4: the engine refuses them by design.
+    {"poi_35897-type4.xls", "CryptoAPI RC4 encryption"},
+    {"sheetjs_password_2002_40_basecrypto.xls", "CryptoAPI RC4 encryption"},
+    {"sheetjs_password_2002_128_strong.xls", "CryptoAPI RC4 encryption"},
+    {"sheetjs_password_2002_128_enhanced.xls", "CryptoAPI RC4 encryption"},
+    {"phpss_pwtest3.xls", "CryptoAPI RC4 encryption"},
+    {"poi_xor-encryption-abc.xls", "XOR obfuscation"},
+    {"sheetjs_password_2002_40_xor.xls", "XOR obfuscation"},
+    // Broken files the manifest doesn't mark as such.
+    {"calamine_OOM_alloc3.xls", "compound file: the directory chain leaves the allocation table"},
+    {"poi_61300.xls", "an XF record claims 38,932 bytes, past the records behind it"},
+    // Global and sheet BOF records of 8 bytes, as in BIFF5: a BIFF8 BOF has 16.
+    {"poi_bug_42794.xls", "BOF records of 8 bytes"},
+    {"poi_ex42564-21435.xls", "BOF records of 8 bytes"},
+};
+
 std::vector<CorpusFile> corpus_manifest() {
   std::vector<CorpusFile> files;
   std::string dir = shared_dir();

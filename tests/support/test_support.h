@@ -3,6 +3,7 @@
 #ifndef TABULON_TEST_SUPPORT_H
 #define TABULON_TEST_SUPPORT_H
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,9 @@ struct CorpusFile {
   // The password the note gives ("password=..."), empty if none.
   std::string password() const;
 };
+// Workbooks of the corpus that the manifest calls BIFF8 and that the engine
+// refuses, by name, with the reason.
+extern const std::map<std::string, std::string> kRefusedWorkbooks;
 // The corpus's files, empty when ../shared is absent.
 std::vector<CorpusFile> corpus_manifest();
 // The lines of a tab-separated oracle file, each split into its fields;

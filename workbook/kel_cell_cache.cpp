@@ -1,0 +1,121 @@
+#include "workbook/kel_cell_cache.h"
+
+void auto_cell_set(auto_cell_t* pin, xls_cell_t* cell) {
+  auto_cell_release(pin);
+  if (cell) cell->use_count += 1;
+  *pin = cell;
+}
+
+void auto_cell_release(auto_cell_t* pin) {
+  if (*pin && (*pin)->use_count) (*pin)->use_count -= 1;
+  *pin = nullptr;
+}
+
+void kel_cell_cache_init(kel_cell_cache_t* cache, const zuv_mem* mem,
+                         uint32_t available) {
+  // The product wraps on purpose where memory is plentiful: the chunk size
+  // then falls anywhere between the bounds, and any of them works.
+  uint32_t factor = available * 15u / 3600000u;
+  if (factor < 1) factor = 1;
+  if (factor > KEL_CELL_CACHE_MAX_FACTOR) factor = KEL_CELL_CACHE_MAX_FACTOR;
+  *cache = xls_array{};
+  cache->mem = mem;
+  cache->element_size = sizeof(xls_cell_t);
+  cache->grow_step = KEL_CELL_CACHE_GROW_STEP;
+  cache->chunk_factor = static_cast<int>(factor);
+}
+
+void kel_cell_cache_free(kel_cell_cache_t* cache) {
+  for (int i = 0; i < cache->count; ++i)
+    xls_free_value(&static_cast<xls_cell_t*>(xls_array_access(cache, i))->value);
+  xls_array_free(cache);
+}
+
+int kel_cell_cache_count(const kel_cell_cache_t* cache) { return cache->count; }
+
+/* Negative when (column, row) sorts before the cell. */
+static int compare_position(uint32_t column, uint32_t row, const xls_cell_t* cell) {
+  if (row != cell->row) return row < cell->row ? -1 : 1;
+  if (column != cell->column) return column < cell->column ? -1 : 1;
+  return 0;
+}
+
+static const xls_cell_t* at(const kel_cell_cache_t* cache, int index) {
+  return static_cast<const xls_cell_t*>(xls_array_access(cache, index));
+}
+
+int kel_cell_cache_find_pos(const kel_cell_cache_t* cache, uint32_t column,
+                            uint32_t row, bool* found) {
+  if (found) *found = false;
+  int low = 0, high = cache->count;
+  if (cache->chunk_factor) {
+    // Chunk heads first: at most 255 of them, then one chunk's search.
+    int chunk = cache->grow_step * cache->chunk_factor;
+    for (int head = chunk; head < cache->count; head += chunk) {
+      if (compare_position(column, row, at(cache, head)) < 0) {
+        high = head;
+        break;
+      }
+      low = head;
+    }
+  }
+  while (high - low >= 3) {
+    int middle = low + (high - low) / 2;
+    int order = compare_position(column, row, at(cache, middle));
+    if (order == 0) {
+      if (found) *found = true;
+      return middle;
+    }
+    if (order < 0) high = middle;
+    else low = middle + 1;
+  }
+  for (; low < high; ++low) {
+    int order = compare_position(column, row, at(cache, low));
+    if (order <= 0) {
+      if (found) *found = order == 0;
+      return low;
+    }
+  }
+  return low;
+}
+
+uint32_t kel_cell_cache_find_cell(auto_cell_t* cell, const kel_cell_cache_t* cache,
+                                  uint32_t column, uint32_t row) {
+  bool found = false;
+  int index = kel_cell_cache_find_pos(cache, column, row, &found);
+  auto_cell_set(cell, found ? static_cast<xls_cell_t*>(xls_array_access(cache, index))
+                            : nullptr);
+  return 0;
+}
+
+uint32_t kel_cell_cache_access(auto_cell_t* cell, const kel_cell_cache_t* cache,
+                               int index) {
+  auto_cell_set(cell, static_cast<xls_cell_t*>(xls_array_access(cache, index)));
+  return 0;
+}
+
+uint32_t kel_cell_cache_insert(kel_cell_cache_t* cache, const xls_cell_t* cell,
+                               int* position) {
+  int index = cache->count;
+  // Cells read from a file come in order: they go on the end unsearched.
+  if (index > 0 && compare_position(cell->column, cell->row, at(cache, index - 1)) <= 0) {
+    bool found = false;
+    index = kel_cell_cache_find_pos(cache, cell->column, cell->row, &found);
+    if (found) return KEL_ERR_GENERAL;
+  }
+  uint32_t status = xls_array_insert(cache, index, cell);
+  if (status) return status;
+  static_cast<xls_cell_t*>(xls_array_access(cache, index))->use_count = 0;
+  if (position) *position = index;
+  return 0;
+}
+
+void kel_cell_cache_init_it(kel_cell_iterator* it, const kel_cell_cache_t* cache) {
+  it->cache = cache;
+  it->index = -1;
+}
+
+xls_cell_t* kel_cell_cache_next_cell(kel_cell_iterator* it) {
+  if (it->index < it->cache->count) it->index += 1;
+  return static_cast<xls_cell_t*>(xls_array_access(it->cache, it->index));
+}

@@ -1,0 +1,87 @@
+/*
+ * kel_cell_cache.h -- a sheet's cells: one array sorted by row, then column,
+ * grown in steps of 500 cells and stored in chunks, so that a large sheet
+ * never needs one large block and an insertion moves at most one chunk.
+ *
+ * A pointer to a cell is handed out counted: every function that gives a
+ * cell raises its use count once, and the receiver lowers it with
+ * auto_cell_release.  The count guards no memory; it lets a caller see
+ * that a cell is in use.  Pointers stay good until the table changes.
+ */
+#ifndef KEL_CELL_CACHE_H
+#define KEL_CELL_CACHE_H
+
+#include <stdint.h>
+
+#include "foundation/zuv_array.h"
+#include "formula/xls_value.h"
+
+/* xls_cell_t.flags */
+enum {
+  XLS_CELL_RICH_STRING = 0x01, /* the string has rich text or phonetic data */
+  XLS_CELL_INLINE_STRING = 0x02 /* from a LABEL record, not the SST */
+};
+
+enum { XLS_NO_SST_INDEX = 0xFFFFFFFFu };
+
+struct xls_cell_t {
+  uint32_t column;
+  uint32_t row;
+  uint16_t xf;
+  uint8_t flags;
+  uint8_t use_count;
+  uint32_t sst_index;     /* for a string of the SST; else XLS_NO_SST_INDEX */
+  uint32_t new_sst_index; /* its index in the table a save writes */
+  xls_value_t value;
+};
+
+/* A counted pointer to a cell, or null. */
+typedef xls_cell_t* auto_cell_t;
+typedef xls_cell_t* auto_value_t;
+
+/* Lets go of what pin holds (if anything) and takes cell, counted. */
+void auto_cell_set(auto_cell_t* pin, xls_cell_t* cell);
+/* Lets go of what pin holds; pin becomes null. */
+void auto_cell_release(auto_cell_t* pin);
+
+typedef xls_array kel_cell_cache_t;
+
+enum { KEL_CELL_CACHE_GROW_STEP = 500, KEL_CELL_CACHE_MAX_FACTOR = 20 };
+
+/* An empty table in mem whose chunks are sized by the memory available:
+ * available * 15 / 3,600,000 in 32-bit arithmetic (so a large figure
+ * wraps), at least 1 and at most 20 grow steps. */
+void kel_cell_cache_init(kel_cell_cache_t* cache, const zuv_mem* mem,
+                         uint32_t available);
+/* Frees every cell's value and the table. */
+void kel_cell_cache_free(kel_cell_cache_t* cache);
+
+/* The index of the cell at (column, row), with *found true, or of the first
+ * cell after it, or the count. */
+int kel_cell_cache_find_pos(const kel_cell_cache_t* cache, uint32_t column,
+                            uint32_t row, bool* found);
+/* *cell gets the cell at (column, row), counted, or null. */
+uint32_t kel_cell_cache_find_cell(auto_cell_t* cell,
+                                  const kel_cell_cache_t* cache,
+                                  uint32_t column, uint32_t row);
+/* *cell gets the cell at index, counted, or null past the end. */
+uint32_t kel_cell_cache_access(auto_cell_t* cell, const kel_cell_cache_t* cache,
+                               int index);
+/* Inserts a copy of cell in order, taking over its value, unless a cell is
+ * at that place; then the status is KEL_ERR_GENERAL and the value stays
+ * the caller's.  position, if not null, gets the index. */
+uint32_t kel_cell_cache_insert(kel_cell_cache_t* cache, const xls_cell_t* cell,
+                               int* position);
+int kel_cell_cache_count(const kel_cell_cache_t* cache);
+
+/* Walks the cells in order: init_it, then next_cell until it gives null.
+ * These pointers are not counted: a walk holds each cell only until its
+ * next step. */
+struct kel_cell_iterator {
+  const kel_cell_cache_t* cache;
+  int index;
+};
+void kel_cell_cache_init_it(kel_cell_iterator* it, const kel_cell_cache_t* cache);
+xls_cell_t* kel_cell_cache_next_cell(kel_cell_iterator* it);
+
+#endif /* KEL_CELL_CACHE_H */

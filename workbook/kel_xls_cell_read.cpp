@@ -1,0 +1,201 @@
+/*
+ * Reading a cell and what its XF says: inheritance from the style XF, and
+ * the pieces of format a caller asks for.
+ */
+#include <string.h>
+
+#include "format/xls_builtin_formats.h"
+#include "workbook/kel_xls_file.h"
+#include "workbook/kel_xls_sheet.h"
+
+/* The XF that a cell without an XF of its own shows in column. */
+static uint16_t get_default_col_xf(const xls_sheet_t* sheet, int column) {
+  if (column >= 0 && column < XLS_MAX_COLUMNS && sheet->columns[column].present)
+    return sheet->columns[column].xf;
+  return 15;
+}
+
+/* The XF of row's ROW record, from the painter's one-row cache when it
+ * holds that row. */
+static uint32_t read_row_xf(xls_sheet_t* sheet, int row, uint16_t* xf, bool* valid) {
+  xls_file* file = sheet->workbook;
+  const uint8_t ready = XLS_ROW_CACHE_ENABLED | XLS_ROW_CACHE_VALID;
+  biff_row_v2 record;
+  if ((file->row_cache_flags & ready) == ready && file->row_cache.row == row) {
+    record = file->row_cache;
+  } else {
+    uint32_t status = xls_read_ROW_v2(&file->pool, file->stream, sheet->index_offset,
+                                      static_cast<uint16_t>(row), &record, nullptr);
+    if (status) return status;
+    if (file->row_cache_flags & XLS_ROW_CACHE_ENABLED) {
+      file->row_cache = record;
+      file->row_cache_flags |= XLS_ROW_CACHE_VALID;
+    }
+  }
+  *valid = (record.flags & BIFF_ROW_XF_VALID) != 0;
+  *xf = record.xf & 0x0FFF;
+  return 0;
+}
+
+void xls_enable_drawing_cache(xls_file* file) {
+  file->row_cache_flags = XLS_ROW_CACHE_ENABLED;
+}
+
+void xls_disable_drawing_cache(xls_file* file) { file->row_cache_flags = 0; }
+
+/* XF used-attribute bits, and the groups they bring in from a style. */
+enum {
+  XF_USED_FORMAT = 0x04,
+  XF_USED_FONT = 0x08,
+  XF_USED_ALIGNMENT = 0x10,
+  XF_USED_BORDER = 0x20,
+  XF_USED_FILL = 0x40,
+  XF_USED_PROTECTION = 0x80
+};
+
+void xls_get_parent_xf(xls_sheet_t* sheet, uint16_t xf, int column, biff_xf* result) {
+  const xls_file* file = sheet->workbook;
+  if (xf == 0xFFFF) xf = get_default_col_xf(sheet, column);
+  if (xf >= file->xfs_info.count) {
+    *result = biff_xf{};
+    return;
+  }
+  *result = file->xfs[xf];
+  // The parent is only looked for when the low 12 bits are all clear, not
+  // just the protection bits: files rely on this reading.
+  if (result->flags & 0x0FFF) return;
+  uint16_t parent_index = static_cast<uint16_t>(result->flags >> 4);
+  if (parent_index >= file->xfs_info.count) return;
+  const biff_xf& parent = file->xfs[parent_index];
+  // A style XF's used bits mean the opposite of a cell XF's.
+  uint8_t p = (parent.flags & BIFF_XF_STYLE) ? 0 : 1;
+  auto inherits = [&](uint8_t bit) {
+    if ((result->used & bit) || ((parent.used & bit) ? 1 : 0) != p) return false;
+    result->used |= bit;
+    return true;
+  };
+  if (inherits(XF_USED_FONT)) result->font = parent.font;
+  if (inherits(XF_USED_ALIGNMENT)) result->alignment = parent.alignment;
+  if (inherits(XF_USED_BORDER)) {
+    result->border1 = parent.border1;
+    result->border2 |= parent.border2;
+  }
+  if (inherits(XF_USED_FILL)) {
+    result->border2 |= parent.border2;
+    result->fill_colours = parent.fill_colours;
+  }
+  if (inherits(XF_USED_FORMAT)) result->format = parent.format;
+  if (inherits(XF_USED_PROTECTION)) result->flags |= parent.flags;
+}
+
+const unsigned short* xls_get_number_format(const xls_file* file, uint16_t index,
+                                            const xls_locale* locale) {
+  for (int i = 0; i < file->formats_info.count; ++i)
+    if (file->formats[i].index == index) return file->formats[i].text;
+  return index <= 49 ? xls_default_format_by_index(index, locale) : nullptr;
+}
+
+static const unsigned short* number_format_text(const xls_file* file, uint16_t index,
+                                                const xls_locale* locale) {
+  const unsigned short* text = xls_get_number_format(file, index, locale);
+  if (!text) text = xls_get_number_format(file, 0, nullptr);
+  return text ? text : xls_bfmt_general_str;
+}
+
+uint32_t xls_get_xf_info(const xls_file* file, uint16_t xf, xls_xf_info* info,
+                         const xls_locale* locale) {
+  if (xf >= file->xfs_info.count) return KEL_ERR_GENERAL;
+  const biff_xf& record = file->xfs[xf];
+  info->number_format = number_format_text(file, record.format, locale);
+  info->alignment = record.alignment;
+  info->flags = record.flags;
+  return 0;
+}
+
+DRGBValue xls_palette_colour(const xls_file* file, uint16_t index) {
+  static const DRGBValue fixed[8] = {
+      {0xFF, 0x00, 0x00, 0x00}, {0xFF, 0xFF, 0xFF, 0xFF}, {0xFF, 0xFF, 0x00, 0x00},
+      {0xFF, 0x00, 0xFF, 0x00}, {0xFF, 0x00, 0x00, 0xFF}, {0xFF, 0xFF, 0xFF, 0x00},
+      {0xFF, 0xFF, 0x00, 0xFF}, {0xFF, 0x00, 0xFF, 0xFF}};
+  if (index < 8) return fixed[index];
+  if (index - 8 < file->palette_size) return file->palette[index - 8];
+  if (index == 0x41) return fixed[1];
+  return fixed[0];
+}
+
+static uint32_t fill_info_xf(const xls_file* file, xls_read_cell_info* info,
+                             const biff_xf* xf, uint16_t xf_index,
+                             const xls_locale* locale) {
+  if (info->flags & XLS_READ_NUMBER_FORMAT) {
+    info->number_format = number_format_text(file, xf->format, locale);
+    info->number_format_index = xf->format;
+  }
+  if (info->flags & XLS_READ_FONT) {
+    uint32_t font = 0;
+    uint16_t colour = 0x7FFF;
+    if (xf->used & XF_USED_FONT) {
+      font = xf->font > 3 ? xf->font - 1u : xf->font;  // there is no font 4
+      if (font >= static_cast<uint32_t>(file->fonts_info.count)) return KEL_ERR_GENERAL;
+      colour = file->fonts[font].colour;
+    } else if (!file->fonts_info.count) {
+      return KEL_ERR_GENERAL;
+    }
+    info->font = &file->fonts[font];
+    info->font_colour = xls_palette_colour(file, colour);
+  }
+  if (info->flags & XLS_READ_ALIGNMENT) {
+    info->xf = xf_index;
+    info->alignment = xf->alignment;
+    info->protection = xf->flags;
+    info->border_lines = (xf->used & XF_USED_BORDER)
+                             ? static_cast<uint8_t>((xf->border1 >> 12) & 0x0F) : 0;
+    info->fill_pattern = (xf->used & XF_USED_FILL)
+                             ? static_cast<uint8_t>((xf->border2 >> 26) & 0x0F) : 0;
+  }
+  if (info->flags & XLS_READ_FILL) {
+    uint16_t foreground = 0x41, background = 0x40;
+    if (xf->used & XF_USED_FILL) {
+      uint16_t first = (xf->fill_colours >> 7) & 0x7F, second = xf->fill_colours & 0x7F;
+      // The painter fills a solid cell with the background: for pattern 1
+      // that is the pattern colour, for the others the two change places.
+      bool solid = ((xf->border2 >> 26) & 0x3F) == 1;
+      foreground = solid ? first : second;
+      background = solid ? second : first;
+    }
+    info->fill_foreground = xls_palette_colour(file, foreground);
+    info->fill_background = xls_palette_colour(file, background);
+  }
+  return 0;
+}
+
+uint32_t xls_read_cell(xls_sheet_t* sheet, int column, int row, xls_read_cell_info* info,
+                       const xls_locale* locale) {
+  const xls_file* file = sheet->workbook;
+  auto_cell_t cell = nullptr;
+  uint32_t status = kel_cell_cache_find_cell(&cell, &sheet->cells, column, row);
+  if (status) return status;
+  biff_xf xf;
+  uint16_t xf_index;
+  if (!cell) {
+    info->flags &= ~XLS_CELL_EXISTS;
+    bool valid = false;
+    status = read_row_xf(sheet, row, &xf_index, &valid);
+    if (status) return status;
+    if (!valid) xf_index = get_default_col_xf(sheet, column);
+    if (xf_index >= file->xfs_info.count) return KEL_ERR_GENERAL;
+    xf = file->xfs[xf_index];
+  } else {
+    info->flags |= XLS_CELL_EXISTS;
+    xf_index = cell->xf;
+    xls_get_parent_xf(sheet, cell->xf, column, &xf);
+    if (info->flags & XLS_READ_CELL) {
+      auto_cell_set(&info->cell, cell);
+    }
+    auto_cell_release(&cell);
+  }
+  return fill_info_xf(file, info, &xf, xf_index, locale);
+}
+
+uint32_t xls_get_cell_value(xls_sheet_t* sheet, int column, int row, auto_value_t* value) {
+  return kel_cell_cache_find_cell(value, &sheet->cells, column, row);
+}

@@ -1,0 +1,363 @@
+/*
+ * The one walk over a worksheet's substream at open: its cells go into the
+ * cell table in file order, its settings into the sheet.  ROW, INDEX,
+ * DBCELL and NOTE stay in the file and are found again by offset.
+ */
+#include <stdlib.h>
+#include <string.h>
+
+#include "compound/kel_io_stack.h"
+#include "foundation/zuv_memio.h"
+#include "workbook/kel_xls_file.h"
+#include "workbook/kel_xls_sheet.h"
+#include "workbook/kel_xls_string.h"
+
+/* Reads the BOF at offset: its version and type are never enciphered. */
+static uint32_t read_bof(zuv_io* stream, uint32_t offset, uint16_t* version,
+                         uint16_t* type) {
+  uint16_t id = 0, length = 0;
+  uint32_t status = kel_read_header(stream, offset, &id, &length);
+  if (status) return status;
+  if (id != BIFF_BOF || length != BIFF_BOF_BODY) return KEL_ERR_GENERAL;
+  kel_io_stop_decryption(stream, true);
+  status = io_read_le16x2(stream, offset + 4, version, type);
+  kel_io_stop_decryption(stream, false);
+  return status;
+}
+
+/* Steps over an embedded substream from its BOF at *offset to behind its
+ * EOF, nested ones included. */
+static uint32_t skip_substream(zuv_io* stream, uint32_t* offset, uint32_t end) {
+  uint32_t depth = 0;
+  while (*offset < end) {
+    uint16_t id = 0, length = 0;
+    uint32_t status = kel_read_header(stream, *offset, &id, &length);
+    if (status) return status;
+    *offset += 4u + length;
+    if (id == BIFF_BOF) depth += 1;
+    if (id == BIFF_EOF && --depth == 0) return 0;
+  }
+  return KEL_ERR_END_OF_FILE;
+}
+
+static void read_window2(const unsigned char* body, uint32_t length, biff_window2* window) {
+  unsigned char bytes[18] = {};
+  memcpy(bytes, body, length < sizeof bytes ? length : sizeof bytes);
+  window->options = get_le16(bytes);
+  window->first_row = get_le16(bytes + 2);
+  window->first_col = get_le16(bytes + 4);
+  window->grid_colour = get_le16(bytes + 6);
+  window->reserved1 = get_le16(bytes + 8);
+  window->page_break_zoom = get_le16(bytes + 10);
+  window->normal_zoom = get_le16(bytes + 12);
+  window->rest = get_le32(bytes + 14);
+}
+
+static void read_colinfo(const unsigned char* body, xls_sheet_t* sheet) {
+  uint32_t first = get_le16(body), last = get_le16(body + 2);
+  // Some writers end a run at column 256: it means the last column.
+  if (last == 256) last = 255;
+  for (uint32_t col = first; col <= last && col < XLS_MAX_COLUMNS; ++col) {
+    sheet->columns[col].width = get_le16(body + 4);
+    sheet->columns[col].xf = get_le16(body + 6);
+    sheet->columns[col].flags = get_le16(body + 8);
+    sheet->columns[col].present = 1;
+  }
+}
+
+/* Puts a cell read from the file into the table.  Cells come in order and
+ * are appended; a cell that a later record writes again takes that value,
+ * as the program that wrote the file would show the last one. */
+static uint32_t add_cell(xls_sheet_t* sheet, uint32_t column, uint32_t row,
+                         uint16_t xf, uint8_t flags, xls_value_t* value,
+                         uint32_t sst_index) {
+  xls_cell_t cell = {};
+  cell.column = column;
+  cell.row = row;
+  cell.xf = xf;
+  cell.flags = flags;
+  cell.sst_index = sst_index;
+  cell.new_sst_index = sst_index;
+  cell.value = *value;
+  uint32_t status = insert_cell(sheet, &cell, nullptr, nullptr);
+  if (status == KEL_ERR_GENERAL) {
+    auto_cell_t existing = nullptr;
+    kel_cell_cache_find_cell(&existing, &sheet->cells, column, row);
+    if (existing) {
+      xls_free_value(&existing->value);
+      cell.use_count = existing->use_count;
+      *existing = cell;
+      auto_cell_release(&existing);
+      return 0;
+    }
+  }
+  if (status) xls_free_value(value);
+  return status;
+}
+
+static uint32_t add_basic_cell(xls_sheet_t* sheet, const unsigned char* body,
+                               xls_value_t* value) {
+  return add_cell(sheet, get_le16(body + 2), get_le16(body), get_le16(body + 4), 0,
+                  value, XLS_NO_SST_INDEX);
+}
+
+static uint32_t read_mulrk(xls_sheet_t* sheet, const unsigned char* body, uint16_t length) {
+  uint32_t row = get_le16(body), first = get_le16(body + 2);
+  uint32_t last = get_le16(body + length - 2);
+  for (uint32_t column = first, at = 4; column <= last && at + 6 <= length - 2u;
+       ++column, at += 6) {
+    xls_value_t value;
+    kel_xls_value_from_rk(get_le32(body + at + 2), &value);
+    uint32_t status = add_cell(sheet, column, row, get_le16(body + at), 0, &value,
+                               XLS_NO_SST_INDEX);
+    if (status) return status;
+  }
+  return 0;
+}
+
+static uint32_t read_mulblank(xls_sheet_t* sheet, const unsigned char* body,
+                              uint16_t length) {
+  uint32_t row = get_le16(body), first = get_le16(body + 2);
+  uint32_t count = (length - 6u) / 2u;
+  for (uint32_t i = 0; i < count; ++i) {
+    xls_value_t value;
+    xls_value_empty(&value);
+    uint32_t status = add_cell(sheet, first + i, row, get_le16(body + 4 + 2 * i), 0,
+                               &value, XLS_NO_SST_INDEX);
+    if (status) return status;
+  }
+  return 0;
+}
+
+static uint32_t read_label(xls_sheet_t* sheet, const unsigned char* body, uint16_t length) {
+  unsigned short* text = nullptr;
+  uint32_t status = xls_read_string_without_len(body + 8, length - 8u, get_le16(body + 6),
+                                                &text);
+  if (status) return status;
+  xls_value_t value;
+  xls_value_string(&value, text);
+  return add_cell(sheet, get_le16(body + 2), get_le16(body), get_le16(body + 4),
+                  XLS_CELL_INLINE_STRING, &value, XLS_NO_SST_INDEX);
+}
+
+static uint32_t read_labelsst(xls_file* file, xls_sheet_t* sheet, const unsigned char* body) {
+  uint32_t index = get_le32(body + 6);
+  biff_string string = {};
+  uint32_t status = sst_dup(file, index, &string, XLS_STRING_TEXT);
+  if (status) return status;
+  // The options byte's bits 2 and 3 say phonetic data and rich text.
+  uint8_t flags = (string.options & 0x0C) ? XLS_CELL_RICH_STRING : 0;
+  xls_value_t value;
+  xls_value_string(&value, string.text);
+  string.text = nullptr;
+  biff_string_free(&string);
+  return add_cell(sheet, get_le16(body + 2), get_le16(body), get_le16(body + 4), flags,
+                  &value, index);
+}
+
+static void read_boolerr(const unsigned char* body, xls_value_t* value) {
+  if (body[7]) xls_value_error(value, body[6]);
+  else xls_value_bool(value, body[6] != 0);
+}
+
+/* The cached result of a FORMULA record, from the 8 bytes at 6 of its body
+ * and, for a string, the STRING record that follows. */
+static uint32_t read_formula_result(xls_file* file, const unsigned char* body,
+                                    uint32_t next, xls_basic_value_t* result) {
+  *result = xls_basic_value_t{};
+  if (get_le16(body + 12) != 0xFFFF) {
+    double number;
+    memcpy(&number, body + 6, sizeof number);
+    result->kind = bvt_double;
+    result->u.double_value = number;
+    return 0;
+  }
+  switch (body[6]) {
+    case 1: result->kind = bvt_bool; result->u.boolean = body[8] != 0; return 0;
+    case 2: result->kind = bvt_error; result->u.error = body[8]; return 0;
+    case 3: result->kind = bvt_empty; return 0;
+    case 0: break;
+    default: result->kind = bvt_error; result->u.error = xls_error_unknown_result; return 0;
+  }
+  // A string result: a shared or array formula's record may come first.
+  zuv_io* stream = file->stream;
+  uint16_t id = 0, length = 0;
+  uint32_t status = kel_read_header(stream, next, &id, &length);
+  if (status) return status;
+  if (id == BIFF_SHRFMLA || id == BIFF_ARRAY) {
+    next += 4u + length;
+    status = kel_read_header(stream, next, &id, &length);
+    if (status) return status;
+  }
+  result->kind = bvt_error;
+  result->u.error = xls_error_missing_string;
+  if (id != BIFF_STRING) return 0;
+  uint32_t offset = next + 4, record_start = next;
+  uint16_t remaining = length;
+  biff_string string = {};
+  status = xls_read_string(&file->pool, stream, &offset, &remaining, &record_start,
+                           file->second_record, &string, XLS_STRING_TEXT);
+  if (status) return status;
+  result->kind = bvt_string;
+  result->u.string = string.text;
+  string.text = nullptr;
+  biff_string_free(&string);
+  return 0;
+}
+
+/* A formula cell keeps the result the file has cached beside its formula;
+ * the tokens are read by the formula reader. */
+static uint32_t read_formula(xls_file* file, xls_sheet_t* sheet, const unsigned char* body,
+                             uint16_t length, uint32_t next) {
+  if (length < 22 || length < 22u + get_le16(body + 20)) return KEL_ERR_GENERAL;
+  xls_basic_value_t cache;
+  uint32_t status = read_formula_result(file, body, next, &cache);
+  if (status) return status;
+  xls_value_t value;
+  if (cache.kind == bvt_error && cache.u.error > 0xFF) {
+    xls_value_error(&value, cache.u.error);
+  } else {
+    xls_packed_expr_t packed = {};
+    xls_create_expr_value(&value, &packed, &cache);
+  }
+  return add_cell(sheet, get_le16(body + 2), get_le16(body), get_le16(body + 4),
+                  static_cast<uint8_t>(get_le16(body + 14)), &value, XLS_NO_SST_INDEX);
+}
+
+/* Bytes of its body that a record needs before it is acted on; a record
+ * too short for its fields is passed over, as a reader that trusted it
+ * would read the next record's bytes. */
+static uint16_t body_needed(uint16_t id) {
+  switch (id) {
+    case BIFF_NUMBER: return 14;
+    case BIFF_RK: case BIFF_LABELSST: return 10;
+    case BIFF_MULRK: return 12;
+    case BIFF_BLANK: return 6;
+    case BIFF_MULBLANK: return 8;
+    case BIFF_LABEL: return 9;
+    case BIFF_BOOLERR: return 8;
+    case BIFF_FORMULA: case BIFF_FORMULA_OLD: case BIFF_FORMULA_BIFF4:
+      return 1; /* its reader checks */
+    case BIFF_DEFAULTROWHEIGHT: return 4;
+    case BIFF_WINDOW2: return 10;
+    case BIFF_FEATHEADR: return 21;
+    case BIFF_PROTECT: case BIFF_OBJPROTECT: case BIFF_SCENPROTECT:
+    case BIFF_STANDARDWIDTH: return 2;
+    case BIFF_DEFCOLWIDTH: return 1;
+    case BIFF_SELECTION: return 9;
+    case BIFF_PANE: return 9;
+    case BIFF_COLINFO: return 10;
+    default: return 0;
+  }
+}
+
+uint32_t xls_scan_sheet(xls_file* file, xls_sheet_t* sheet) {
+  zuv_io* stream = file->stream;
+  uint16_t version = 0, type = 0;
+  uint32_t status = read_bof(stream, sheet->bof_offset, &version, &type);
+  if (status) return status;
+  if (version != BIFF_VERSION_8) return KEL_ERR_GENERAL;
+  sheet->bof.version = version;
+  sheet->bof.type = type;
+  if (type != BIFF_BOF_WORKSHEET) return 0;  // chart and macro sheets keep no cells
+
+  unsigned char* record = file->record;
+  const unsigned char* body = record + 4;
+  uint32_t end = stream->get_size(stream->context);
+  uint32_t offset = sheet->bof_offset + 4 + BIFF_BOF_BODY;
+  bool window2_seen = false;
+  while (offset < end) {
+    uint16_t id = 0, length = 0;
+    status = kel_read_header(stream, offset, &id, &length);
+    if (status) return status;
+    if (length > XLS_MAX_RECORD_BODY) return KEL_ERR_GENERAL;
+    if (id == BIFF_EOF) break;
+    if (id == BIFF_BOF) {
+      uint16_t embedded_version = 0, embedded_type = 0;
+      status = read_bof(stream, offset, &embedded_version, &embedded_type);
+      if (status) return status;
+      if (embedded_type == BIFF_BOF_CHART) {
+        status = xls_array_insert(&sheet->charts, sheet->charts.count, &offset);
+        if (status) return status;
+      }
+      status = skip_substream(stream, &offset, end);
+      if (status) return status;
+      continue;
+    }
+    switch (id) {
+      case BIFF_INDEX: sheet->index_offset = offset; break;
+      case BIFF_NOTE: if (!sheet->note_offset) sheet->note_offset = offset; break;
+      default: break;
+    }
+    uint16_t needed = body_needed(id);
+    if (needed && length >= needed) {
+      status = kel_read_record(stream, offset, record, length);
+      if (status) return status;
+      uint32_t next = offset + 4u + length;
+      xls_value_t value;
+      switch (id) {
+        case BIFF_NUMBER: {
+          double number;
+          memcpy(&number, body + 6, sizeof number);
+          xls_value_double(&value, number);
+          status = add_basic_cell(sheet, body, &value);
+          break;
+        }
+        case BIFF_RK:
+          kel_xls_value_from_rk(get_le32(body + 6), &value);
+          status = add_basic_cell(sheet, body, &value);
+          break;
+        case BIFF_MULRK: status = read_mulrk(sheet, body, length); break;
+        case BIFF_BLANK:
+          xls_value_empty(&value);
+          status = add_basic_cell(sheet, body, &value);
+          break;
+        case BIFF_MULBLANK: status = read_mulblank(sheet, body, length); break;
+        case BIFF_LABEL: status = read_label(sheet, body, length); break;
+        case BIFF_LABELSST: status = read_labelsst(file, sheet, body); break;
+        case BIFF_BOOLERR:
+          read_boolerr(body, &value);
+          status = add_basic_cell(sheet, body, &value);
+          break;
+        case BIFF_FORMULA: case BIFF_FORMULA_OLD: case BIFF_FORMULA_BIFF4:
+          status = read_formula(file, sheet, body, length, next);
+          break;
+        case BIFF_DEFAULTROWHEIGHT:
+          sheet->default_row_flags = get_le16(body);
+          sheet->default_row_height = get_le16(body + 2);
+          break;
+        case BIFF_WINDOW2:
+          sheet->window2_offset = offset;
+          read_window2(body, length, &sheet->window2);
+          window2_seen = true;
+          break;
+        case BIFF_FEATHEADR:
+          sheet->allowed_actions = get_le16(body + 19);
+          sheet->has_allowed_actions = 1;
+          break;
+        case BIFF_PROTECT: sheet->sheet_protected = get_le16(body); break;
+        case BIFF_OBJPROTECT: sheet->objects_protected = get_le16(body); break;
+        case BIFF_SCENPROTECT: sheet->scenarios_protected = get_le16(body); break;
+        case BIFF_DEFCOLWIDTH: sheet->default_col_width = static_cast<uint16_t>(body[0] << 8); break;
+        case BIFF_STANDARDWIDTH: sheet->default_col_width = get_le16(body); break;
+        case BIFF_SELECTION:
+          if (body[0] < XLS_PANES)
+            status = xls_read_SELECTION(body, length, &sheet->selections[body[0]]);
+          break;
+        case BIFF_PANE:
+          sheet->pane.x_split = get_le16(body);
+          sheet->pane.y_split = get_le16(body + 2);
+          sheet->pane.top_row = get_le16(body + 4);
+          sheet->pane.left_col = get_le16(body + 6);
+          sheet->pane.active_pane = body[8];
+          break;
+        case BIFF_COLINFO: read_colinfo(body, sheet); break;
+      }
+      if (status) return status;
+    }
+    offset += 4u + length;
+  }
+  if (!window2_seen) return KEL_ERR_GENERAL;
+  return 0;
+}
+
