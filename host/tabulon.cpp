@@ -4,6 +4,7 @@
  * have nothing to say, through the workbook calls behind them.
  *
  *   tabulon info FILE [--password P] [--fonts DIR]
+ *   tabulon cells FILE [--sheet N] [--password P] [--fonts DIR]
  *
  * Output formats are stable: scripts and checks read them.  A failure prints
  * "tabulon: FILE: NAME (0x0737....)" to stderr and exits with 2; a misuse of
@@ -16,6 +17,7 @@
 #include <string>
 
 #include "foundation/zuv_uni_string.h"
+#include "host/cell_lines.h"
 #include "module/kel_session.h"
 #include "tabulon.h"
 #include "workbook/kel_xls_file.h"
@@ -38,7 +40,9 @@ int fail(const char* file, unsigned status) {
 }
 
 int usage() {
-  fputs("usage: tabulon info FILE [--password P] [--fonts DIR]\n", stderr);
+  fputs("usage: tabulon info FILE [--password P] [--fonts DIR]\n"
+        "       tabulon cells FILE [--sheet N] [--password P] [--fonts DIR]\n",
+        stderr);
   return 1;
 }
 
@@ -64,6 +68,7 @@ struct Options {
   const char* file = nullptr;
   const char* password = nullptr;
   const char* fonts = TABULON_FONT_DIR;
+  int sheet = -1;  /* every sheet */
 };
 
 /* Options after the command; false on anything unknown. */
@@ -73,6 +78,8 @@ bool parse_options(int argc, char** argv, Options* options) {
       options->password = argv[++i];
     else if (strcmp(argv[i], "--fonts") == 0 && i + 1 < argc)
       options->fonts = argv[++i];
+    else if (strcmp(argv[i], "--sheet") == 0 && i + 1 < argc)
+      options->sheet = atoi(argv[++i]);
     else if (argv[i][0] == '-' || options->file)
       return false;
     else
@@ -120,6 +127,17 @@ int command_info(const Options& options) {
   return status ? fail(options.file, status) : 0;
 }
 
+int command_cells(const Options& options) {
+  kel_file* session = nullptr;
+  unsigned status = open_session(options, &session);
+  if (status) return fail(options.file, status);
+  if (options.sheet >= static_cast<int>(xls_sheet_count(session->workbook)))
+    status = KEL_ERR_GENERAL;
+  if (!status) status = cell_lines_write(session->workbook, options.sheet, stdout);
+  kel_close_file(&session);
+  return status ? fail(options.file, status) : 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -127,5 +145,6 @@ int main(int argc, char** argv) {
   Options options;
   if (!parse_options(argc - 2, argv + 2, &options)) return usage();
   if (strcmp(argv[1], "info") == 0) return command_info(options);
+  if (strcmp(argv[1], "cells") == 0) return command_cells(options);
   return usage();
 }
