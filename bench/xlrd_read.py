@@ -23,8 +23,9 @@ def main():
     cells = 0
     for sheet in book.sheets():
         for row in range(sheet.nrows):
-            for value in sheet.row_values(row):
-                if value != "":
+            types = sheet.row_types(row)
+            for column, value in enumerate(sheet.row_values(row)):
+                if types[column] != xlrd.XL_CELL_EMPTY:
                     cells += 1
     read = time.monotonic()
     peak = rss_kb("VmHWM:")

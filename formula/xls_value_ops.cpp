@@ -201,7 +201,7 @@ static biff_error_t compute(xls_value_t* result, const number_matrix& left,
     return xls_error_na;
   uint16_t rows = left.rows > right.rows ? left.rows : right.rows;
   uint16_t columns = left.columns > right.columns ? left.columns : right.columns;
-  double x, y, out;
+  double x = 0, y = 0, out = 0;
   if (rows == 1 && columns == 1) {
     number_at(left, 0, 0, &x);
     number_at(right, 0, 0, &y);

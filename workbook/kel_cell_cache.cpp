@@ -49,15 +49,20 @@ int kel_cell_cache_find_pos(const kel_cell_cache_t* cache, uint32_t column,
   if (found) *found = false;
   int low = 0, high = cache->count;
   if (cache->chunk_factor) {
-    // Chunk heads first: at most 255 of them, then one chunk's search.
+    // The chunk whose head is the last not after the key: a binary search
+    // of the heads finds the chunk the walk from the second would.
     int chunk = cache->grow_step * cache->chunk_factor;
-    for (int head = chunk; head < cache->count; head += chunk) {
-      if (compare_position(column, row, at(cache, head)) < 0) {
-        high = head;
-        break;
+    int first = 1, last = (cache->count - 1) / chunk;  // chunks with cells, after the first
+    while (first <= last) {
+      int middle = first + (last - first) / 2;
+      if (compare_position(column, row, at(cache, middle * chunk)) < 0) {
+        last = middle - 1;
+      } else {
+        first = middle + 1;
       }
-      low = head;
     }
+    low = last * chunk;
+    if (first * chunk < high) high = first * chunk;
   }
   while (high - low >= 3) {
     int middle = low + (high - low) / 2;

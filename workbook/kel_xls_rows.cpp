@@ -227,8 +227,14 @@ uint32_t xls_get_row_height(xls_sheet_t* sheet, uint16_t row, uint32_t* top) {
       window[0] = y;
       known = 0;
     }
-    for (uint32_t i = static_cast<uint32_t>(known); i <= index; ++i)
-      window[i + 1] = window[i] + read_row_height(sheet, static_cast<uint16_t>(first + i));
+    for (uint32_t i = static_cast<uint32_t>(known); i <= index; ++i) {
+      uint32_t next = window[i] + read_row_height(sheet, static_cast<uint16_t>(first + i));
+      // Tops kept from a start on the grid's estimate don't chain on from
+      // exact ones: drop them, or a height would come out negative.
+      if (window[i + 1] != XLS_HEIGHT_UNKNOWN && window[i + 1] != next)
+        for (uint32_t k = i + 2; k < XLS_HEIGHT_WINDOW; ++k) window[k] = XLS_HEIGHT_UNKNOWN;
+      window[i + 1] = next;
+    }
   }
   if (top) *top = window[index];
   return window[index + 1] - window[index];
