@@ -217,7 +217,10 @@ uint32_t xls_get_row_height(xls_sheet_t* sheet, uint16_t row, uint32_t* top) {
     int known = static_cast<int>(index);
     while (known >= 0 && window[known] == XLS_HEIGHT_UNKNOWN) --known;
     if (known < 0) {
-      // Start from the grid's estimate of the block the window begins in.
+      // A new start, from the grid's estimate of the block the window
+      // begins in.  Tops kept behind the row came from another start, and
+      // the two needn't chain: the known tops always stay one run.
+      for (uint32_t& entry : sheet->height_window) entry = XLS_HEIGHT_UNKNOWN;
       uint32_t y = 0, from = 0;
       if (first >= 256) {
         y = sheet->height_grid[(first >> 8) - 1];
@@ -227,14 +230,8 @@ uint32_t xls_get_row_height(xls_sheet_t* sheet, uint16_t row, uint32_t* top) {
       window[0] = y;
       known = 0;
     }
-    for (uint32_t i = static_cast<uint32_t>(known); i <= index; ++i) {
-      uint32_t next = window[i] + read_row_height(sheet, static_cast<uint16_t>(first + i));
-      // Tops kept from a start on the grid's estimate don't chain on from
-      // exact ones: drop them, or a height would come out negative.
-      if (window[i + 1] != XLS_HEIGHT_UNKNOWN && window[i + 1] != next)
-        for (uint32_t k = i + 2; k < XLS_HEIGHT_WINDOW; ++k) window[k] = XLS_HEIGHT_UNKNOWN;
-      window[i + 1] = next;
-    }
+    for (uint32_t i = static_cast<uint32_t>(known); i <= index; ++i)
+      window[i + 1] = window[i] + read_row_height(sheet, static_cast<uint16_t>(first + i));
   }
   if (top) *top = window[index];
   return window[index + 1] - window[index];
