@@ -60,17 +60,10 @@ TEST(CellsConformance, EveryXlsAgreesWithAnIndependentReader) {
       continue;
     ++files;
 
-    FILE* stream = fopen((root + "/corpus/" + entry.path).c_str(), "rb");
-    ASSERT_NE(nullptr, stream) << entry.path;
-    xls_pool pool;
-    linux_pool_for_file(stream, &pool);
-    unsigned short* password = nullptr;
-    if (!entry.password().empty()) {
-      std::u16string wide = tabulon_test::u16(entry.password());
-      password = ucs2_dup(reinterpret_cast<const unsigned short*>(wide.c_str()));
-    }
+    FILE* stream = nullptr;
     xls_file* file = nullptr;
-    uint32_t status = xls_open(&pool, &file, 1, nullptr, kel_format_biff8, password);
+    uint32_t status = tabulon_test::open_corpus_workbook(entry, &stream, &file);
+    ASSERT_NE(nullptr, stream) << entry.path;
 
     std::map<CellKey, cell_line_t> ours;
     std::set<CellKey> empty_results;  // formulas whose cached result is empty

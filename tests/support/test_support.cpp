@@ -6,6 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "foundation/zuv_uni_string.h"
+#include "module/linux_pool.h"
+#include "workbook/kel_xls_file.h"
+
 namespace tabulon_test {
 
 namespace {
@@ -119,6 +123,20 @@ const std::map<std::string, std::string> kRefusedWorkbooks = {
     {"poi_bug_42794.xls", "BOF records of 8 bytes"},
     {"poi_ex42564-21435.xls", "BOF records of 8 bytes"},
 };
+
+uint32_t open_corpus_workbook(const CorpusFile& entry, FILE** stream, xls_file** file) {
+  *file = nullptr;
+  *stream = fopen((shared_dir() + "/corpus/" + entry.path).c_str(), "rb");
+  if (!*stream) return KEL_ERR_NOT_FOUND;
+  xls_pool pool;
+  linux_pool_for_file(*stream, &pool);
+  unsigned short* password = nullptr;
+  if (!entry.password().empty()) {
+    std::u16string wide = u16(entry.password());
+    password = ucs2_dup(reinterpret_cast<const unsigned short*>(wide.c_str()));
+  }
+  return xls_open(&pool, file, 1, nullptr, kel_format_biff8, password);
+}
 
 std::vector<CorpusFile> corpus_manifest() {
   std::vector<CorpusFile> files;

@@ -3,9 +3,14 @@
 #ifndef TABULON_TEST_SUPPORT_H
 #define TABULON_TEST_SUPPORT_H
 
+#include <stdint.h>
+#include <stdio.h>
+
 #include <map>
 #include <string>
 #include <vector>
+
+struct xls_file;
 
 namespace tabulon_test {
 
@@ -48,6 +53,9 @@ struct CorpusFile {
 extern const std::map<std::string, std::string> kRefusedWorkbooks;
 // The corpus's files, empty when ../shared is absent.
 std::vector<CorpusFile> corpus_manifest();
+// Opens a corpus workbook with the manifest's password: *stream (closed by
+// the caller, after xls_close) and *file, or a status.
+uint32_t open_corpus_workbook(const CorpusFile& entry, FILE** stream, xls_file** file);
 // The lines of a tab-separated oracle file, each split into its fields;
 // false if the file doesn't exist.
 bool read_tsv(const std::string& path, std::vector<std::vector<std::string>>* rows);

@@ -59,18 +59,10 @@ TEST(CorpusOpen, EveryWorkbookOpensAsTheManifestSays) {
     Expect expect = expectation(entry);
     if (expect == kSkip) continue;
     std::string name = entry.path.substr(entry.path.find('/') + 1);
-    std::string path = root + "/corpus/" + entry.path;
-    FILE* stream = fopen(path.c_str(), "rb");
-    ASSERT_NE(nullptr, stream) << path;
-    xls_pool pool;
-    linux_pool_for_file(stream, &pool);
-    unsigned short* password = nullptr;
-    if (!entry.password().empty()) {
-      std::u16string wide = tabulon_test::u16(entry.password());
-      password = ucs2_dup(reinterpret_cast<const unsigned short*>(wide.c_str()));
-    }
+    FILE* stream = nullptr;
     xls_file* file = nullptr;
-    uint32_t status = xls_open(&pool, &file, 1, nullptr, kel_format_biff8, password);
+    uint32_t status = tabulon_test::open_corpus_workbook(entry, &stream, &file);
+    ASSERT_NE(nullptr, stream) << entry.path;
     SCOPED_TRACE(name + " (" + entry.note.substr(0, 60) + ")");
 
     switch (expect) {
