@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# Runs bench_read and python3-xlrd on the same workbooks in the same run and
-# prints their figures side by side, with our figure over theirs.
+# Runs bench_read, python3-xlrd and (when installed) LibreOffice on the same
+# workbooks in the same run and prints their figures side by side, with our
+# figure over theirs.  LibreOffice converts each workbook to CSV headless;
+# it has only a total time and a peak memory.
 #   bench/run.sh [BUILD_DIR] [WORKBOOK...]
-# Default workbooks: the .xls files of ../shared/bench.  Needs python3-xlrd.
+# Default workbooks: the .xls files of ../shared/bench.  Needs python3-xlrd;
+# LibreOffice is Debian's libreoffice-calc-nogui.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:-$root/build}
@@ -12,13 +15,39 @@ if [ ${#files[@]} -eq 0 ]; then files=("$root"/../shared/bench/*.xls); fi
 bench="$build/bench/bench_read"
 [ -x "$bench" ] || { echo "no $bench: build first" >&2; exit 1; }
 /usr/bin/python3 -c "import xlrd" 2>/dev/null || { echo "python3-xlrd is needed" >&2; exit 1; }
+office=$(command -v soffice || true)
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
 
+# Figures as "name value" lines, plus total_s = open_s + read_s.
+with_total() {
+  awk '{ print } $1 == "open_s" { t += $2 } $1 == "read_s" { t += $2 }
+       END { printf "total_s %.3f\n", t }'
+}
+
+# LibreOffice's figures in the same form; a first run outside the timing
+# makes its profile, so that every timed run starts alike.
+libreoffice_figures() {
+  local file=$1
+  /usr/bin/time -f "%e %M" -o "$scratch/time" "$office" \
+    -env:UserInstallation="file://$scratch/profile" --headless --convert-to csv \
+    --outdir "$scratch/out" "$file" > /dev/null 2>&1
+  read -r seconds peak < "$scratch/time"
+  printf 'open_s -\nread_s -\npeak_rss_kb %s\ncells -\nbytes_per_cell -\ntotal_s %s\n' \
+    "$peak" "$seconds"
+}
+
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b + 0 != 0 && a != "-") printf "%.3f", a / b; else printf "-" }'; }
+
+if [ -n "$office" ]; then libreoffice_figures "${files[0]}" > /dev/null; fi
 for file in "${files[@]}"; do
-  ours=$("$bench" "$file" 2>/dev/null)
-  theirs=$(/usr/bin/python3 "$root/bench/xlrd_read.py" "$file")
+  ours=$("$bench" "$file" 2>/dev/null | with_total)
+  xlrd=$(/usr/bin/python3 "$root/bench/xlrd_read.py" "$file" | with_total)
+  if [ -n "$office" ]; then lo=$(libreoffice_figures "$file"); else lo=$(echo "$ours" | awk '{ print $1, "-" }'); fi
   echo "== $(basename "$file")"
-  printf '%-16s %12s %12s %8s\n' figure tabulon xlrd ratio
-  paste <(echo "$ours") <(echo "$theirs") |
-    awk '{ r = ($4 + 0 != 0) ? sprintf("%.2f", $2 / $4) : "-";
-           printf "%-16s %12s %12s %8s\n", $1, $2, $4, r }'
+  printf '%-16s %10s %10s %8s %12s %8s\n' figure tabulon xlrd ratio libreoffice ratio
+  paste -d' ' <(echo "$ours") <(echo "$xlrd") <(echo "$lo") |
+    while read -r name a _ b _ c; do
+      printf '%-16s %10s %10s %8s %12s %8s\n' "$name" "$a" "$b" "$(ratio "$a" "$b")" "$c" "$(ratio "$a" "$c")"
+    done
 done

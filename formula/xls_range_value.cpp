@@ -33,6 +33,6 @@ uint32_t xls_get_value_in_range(xls_value_t* result, xls_cell_t** pin,
     return KEL_ERR_VALUE;
   }
   xls_sheet_t* sheet = range->first.sheet ? range->first.sheet : env->sheet;
-  return kel_cell_cache_find_cell(pin, &sheet->cells, static_cast<uint32_t>(first_column),
-                                  static_cast<uint32_t>(env->row));
+  return kel_cell_cache_find_cell_near(pin, &sheet->cells, static_cast<uint32_t>(first_column),
+                                       static_cast<uint32_t>(env->row), &sheet->cell_hint);
 }

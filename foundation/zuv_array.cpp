@@ -141,9 +141,8 @@ bool is_chunked(const xls_array* array) {
 
 /* Elements per chunk; 0 if that doesn't fit an int. */
 int chunk_size_of(const xls_array* array) {
-  int step = grow_step_of(array);
-  if (step > INT_MAX / array->chunk_factor) return 0;
-  return step * array->chunk_factor;
+  int64_t size = (int64_t)grow_step_of(array) * array->chunk_factor;
+  return size <= INT_MAX ? (int)size : 0;
 }
 
 char* element_at(const xls_array* array, int chunk_size, int index) {
@@ -164,8 +163,11 @@ uint32_t grow_flat(xls_array* array) {
   return 0;
 }
 
-/* Grows the last chunk in use by a step, or, when it is full, opens the next
- * chunk with a step's worth; so no single allocation passes one chunk. */
+/* Grows the last chunk in use, or, when it is full, opens the next one; so
+ * no single allocation passes one chunk.  The first chunk starts at a step
+ * and doubles, so that a small array stays small and a large one isn't
+ * copied over and over; a later chunk is only needed by an array that has
+ * already filled one, and is taken whole. */
 uint32_t grow_chunked(xls_array* array, int chunk_size) {
   int step = grow_step_of(array);
   if (!array->data) {
@@ -179,7 +181,8 @@ uint32_t grow_chunked(xls_array* array, int chunk_size) {
   int chunks_in_use = array->capacity / chunk_size + (array->capacity % chunk_size != 0);
   int last_capacity = chunks_in_use ? array->capacity - (chunks_in_use - 1) * chunk_size : 0;
   if (chunks_in_use && last_capacity < chunk_size) {
-    int grown_capacity = last_capacity < chunk_size - step ? last_capacity + step : chunk_size;
+    int grown_capacity = last_capacity + (last_capacity > step ? last_capacity : step);
+    if (grown_capacity > chunk_size || grown_capacity < last_capacity) grown_capacity = chunk_size;
     uint32_t bytes = bytes_of(grown_capacity, array->element_size);
     void* grown = bytes ? mem_realloc(array->mem, chunks[chunks_in_use - 1], bytes) : nullptr;
     if (!grown) return KEL_ERR_OUT_OF_MEMORY;
@@ -189,11 +192,12 @@ uint32_t grow_chunked(xls_array* array, int chunk_size) {
   }
   /* The table has room for one more pointer than is ever used. */
   if (chunks_in_use >= XLS_ARRAY_CHUNKS - 1) return KEL_ERR_GENERAL;
-  uint32_t bytes = bytes_of(step, array->element_size);
+  int capacity = chunks_in_use ? chunk_size : step;
+  uint32_t bytes = bytes_of(capacity, array->element_size);
   void* chunk = bytes ? mem_alloc(array->mem, bytes) : nullptr;
   if (!chunk) return KEL_ERR_OUT_OF_MEMORY;
   chunks[chunks_in_use] = chunk;
-  array->capacity += step;
+  array->capacity += capacity;
   return 0;
 }
 
@@ -272,6 +276,15 @@ uint32_t xls_array_remove(xls_array* array, int index) {
 void* xls_array_access(const xls_array* array, int index) {
   if (index < 0 || index >= array->count) return nullptr;
   return element_at(array, is_chunked(array) ? chunk_size_of(array) : 0, index);
+}
+
+void* xls_array_span(const xls_array* array, int index, int* contiguous) {
+  *contiguous = 0;
+  if (index < 0 || index >= array->count) return nullptr;
+  int chunk_size = is_chunked(array) ? chunk_size_of(array) : 0;
+  int block_end = chunk_size ? index - index % chunk_size + chunk_size : array->count;
+  *contiguous = (block_end < array->count ? block_end : array->count) - index;
+  return element_at(array, chunk_size, index);
 }
 
 uint32_t xls_array_hint_size(xls_array* array, int count) {

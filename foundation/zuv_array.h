@@ -81,9 +81,10 @@ int xls_ordered_array_pos(const xls_simple_array* array, const void* key,
  *
  * Chunked (chunk_factor > 0): data is a table of XLS_ARRAY_CHUNKS chunk
  * pointers, allocated zeroed on first need.  Chunk i holds elements i * C to
- * i * C + C - 1, with C = grow_step * chunk_factor.  The last chunk in use
- * grows grow_step elements at a time up to C, and all chunks before it are
- * full; so capacity is the sum of what the chunks hold.  At most 255 chunks
+ * i * C + C - 1, with C = grow_step * chunk_factor.  The first chunk
+ * starts at grow_step elements and doubles up to C; every later chunk is
+ * allocated whole.  All chunks before the last in use are full; so
+ * capacity is the sum of what the chunks hold.  At most 255 chunks
  * are used.  Chunks stay allocated when elements are removed.
  *
  * A record holding its configuration and zero otherwise is empty:
@@ -112,6 +113,10 @@ uint32_t xls_array_insert(xls_array* array, int index, const void* element);
 uint32_t xls_array_remove(xls_array* array, int index);
 /* The element at index; null for an index outside 0 to count - 1. */
 void* xls_array_access(const xls_array* array, int index);
+/* The element at index, with *contiguous set to the number of elements
+ * from it on that lie in one block (to the end of its chunk or of the
+ * array); null, and 0, for an index outside 0 to count - 1. */
+void* xls_array_span(const xls_array* array, int index, int* contiguous);
 /* Appends count zero-filled elements.  On failure none are added. */
 uint32_t xls_array_hint_size(xls_array* array, int count);
 /* Frees the elements; the configuration stays, so the array can be used

@@ -1,8 +1,10 @@
 #include "module/linux_pool.h"
 
 #include <errno.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 uint32_t linux_fread(void* file, void* buffer, uint32_t size, uint32_t offset,
@@ -57,12 +59,36 @@ uint32_t linux_fchange_size(void* file, uint32_t size) {
   return 0;
 }
 
-void* linux_malloc(mem_ident*, uint32_t size) { return malloc(size); }
+/* The engine fills its large blocks (a chunk of cells, a cache block) end
+ * to end soon after it asks for them.  Faulting their pages in with one
+ * call is several times cheaper than a fault per page on first touch; a
+ * kernel without MADV_POPULATE_WRITE (Linux 5.14) just declines. */
+static void populate(void* block, uint32_t size) {
+#ifdef MADV_POPULATE_WRITE
+  enum { k_large_block = 256 * 1024 };
+  if (!block || size < k_large_block) return;
+  uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+  uintptr_t start = (reinterpret_cast<uintptr_t>(block) + page - 1) & ~(page - 1);
+  uintptr_t end = (reinterpret_cast<uintptr_t>(block) + size) & ~(page - 1);
+  if (end > start) madvise(reinterpret_cast<void*>(start), end - start, MADV_POPULATE_WRITE);
+#else
+  (void)block;
+  (void)size;
+#endif
+}
+
+void* linux_malloc(mem_ident*, uint32_t size) {
+  void* block = malloc(size);
+  populate(block, size);
+  return block;
+}
 
 void linux_free(mem_ident*, void* block) { free(block); }
 
 void* linux_realloc(mem_ident*, void* block, uint32_t size) {
-  return realloc(block, size);
+  void* grown = realloc(block, size);
+  populate(grown, size);
+  return grown;
 }
 
 uint32_t linux_available_mem(void) {

@@ -44,10 +44,35 @@ static const xls_cell_t* at(const kel_cell_cache_t* cache, int index) {
   return static_cast<const xls_cell_t*>(xls_array_access(cache, index));
 }
 
+/* Where (column, row) falls among the count cells from cells on, which
+ * lie in one block: as kel_cell_cache_find_pos, relative to cells. */
+static int find_in_block(const xls_cell_t* cells, int count, uint32_t column,
+                         uint32_t row, bool* found) {
+  int low = 0, high = count;
+  while (high - low >= 3) {
+    int middle = low + (high - low) / 2;
+    int order = compare_position(column, row, &cells[middle]);
+    if (order == 0) {
+      *found = true;
+      return middle;
+    }
+    if (order < 0) high = middle;
+    else low = middle + 1;
+  }
+  for (; low < high; ++low) {
+    int order = compare_position(column, row, &cells[low]);
+    if (order <= 0) {
+      *found = order == 0;
+      return low;
+    }
+  }
+  return low;
+}
+
 int kel_cell_cache_find_pos(const kel_cell_cache_t* cache, uint32_t column,
                             uint32_t row, bool* found) {
-  if (found) *found = false;
-  int low = 0, high = cache->count;
+  bool found_here = false;
+  int low = 0;
   if (cache->chunk_factor) {
     // The chunk whose head is the last not after the key: a binary search
     // of the heads finds the chunk the walk from the second would.
@@ -62,26 +87,12 @@ int kel_cell_cache_find_pos(const kel_cell_cache_t* cache, uint32_t column,
       }
     }
     low = last * chunk;
-    if (first * chunk < high) high = first * chunk;
   }
-  while (high - low >= 3) {
-    int middle = low + (high - low) / 2;
-    int order = compare_position(column, row, at(cache, middle));
-    if (order == 0) {
-      if (found) *found = true;
-      return middle;
-    }
-    if (order < 0) high = middle;
-    else low = middle + 1;
-  }
-  for (; low < high; ++low) {
-    int order = compare_position(column, row, at(cache, low));
-    if (order <= 0) {
-      if (found) *found = order == 0;
-      return low;
-    }
-  }
-  return low;
+  int contiguous = 0;
+  const xls_cell_t* cells = static_cast<const xls_cell_t*>(xls_array_span(cache, low, &contiguous));
+  int index = low + (cells ? find_in_block(cells, contiguous, column, row, &found_here) : 0);
+  if (found) *found = found_here;
+  return index;
 }
 
 uint32_t kel_cell_cache_find_cell(auto_cell_t* cell, const kel_cell_cache_t* cache,
@@ -89,6 +100,23 @@ uint32_t kel_cell_cache_find_cell(auto_cell_t* cell, const kel_cell_cache_t* cac
   bool found = false;
   int index = kel_cell_cache_find_pos(cache, column, row, &found);
   auto_cell_set(cell, found ? static_cast<xls_cell_t*>(xls_array_access(cache, index))
+                            : nullptr);
+  return 0;
+}
+
+uint32_t kel_cell_cache_find_cell_near(auto_cell_t* cell, const kel_cell_cache_t* cache,
+                                       uint32_t column, uint32_t row, int* hint) {
+  for (int guess = *hint; guess <= *hint + 1; ++guess) {
+    xls_cell_t* candidate = static_cast<xls_cell_t*>(xls_array_access(cache, guess));
+    if (candidate && compare_position(column, row, candidate) == 0) {
+      *hint = guess;
+      auto_cell_set(cell, candidate);
+      return 0;
+    }
+  }
+  bool found = false;
+  *hint = kel_cell_cache_find_pos(cache, column, row, &found);
+  auto_cell_set(cell, found ? static_cast<xls_cell_t*>(xls_array_access(cache, *hint))
                             : nullptr);
   return 0;
 }
@@ -108,9 +136,10 @@ uint32_t kel_cell_cache_insert(kel_cell_cache_t* cache, const xls_cell_t* cell,
     index = kel_cell_cache_find_pos(cache, cell->column, cell->row, &found);
     if (found) return KEL_ERR_GENERAL;
   }
-  uint32_t status = xls_array_insert(cache, index, cell);
+  xls_cell_t unpinned = *cell;
+  unpinned.use_count = 0;
+  uint32_t status = xls_array_insert(cache, index, &unpinned);
   if (status) return status;
-  static_cast<xls_cell_t*>(xls_array_access(cache, index))->use_count = 0;
   if (position) *position = index;
   return 0;
 }

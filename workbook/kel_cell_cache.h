@@ -64,6 +64,13 @@ int kel_cell_cache_find_pos(const kel_cell_cache_t* cache, uint32_t column,
 uint32_t kel_cell_cache_find_cell(auto_cell_t* cell,
                                   const kel_cell_cache_t* cache,
                                   uint32_t column, uint32_t row);
+/* As kel_cell_cache_find_cell, looking first at index *hint and the one
+ * after it, and leaving in *hint the index of the cell found, or where it
+ * would go: a walk through the cells in order, as painting or reading a
+ * whole sheet is, then costs no search.  A hint from before the table
+ * changed is only a wrong guess. */
+uint32_t kel_cell_cache_find_cell_near(auto_cell_t* cell, const kel_cell_cache_t* cache,
+                                       uint32_t column, uint32_t row, int* hint);
 /* *cell gets the cell at index, counted, or null past the end. */
 uint32_t kel_cell_cache_access(auto_cell_t* cell, const kel_cell_cache_t* cache,
                                int index);

@@ -172,7 +172,8 @@ uint32_t xls_read_cell(xls_sheet_t* sheet, int column, int row, xls_read_cell_in
                        const xls_locale* locale) {
   const xls_file* file = sheet->workbook;
   auto_cell_t cell = nullptr;
-  uint32_t status = kel_cell_cache_find_cell(&cell, &sheet->cells, column, row);
+  uint32_t status = kel_cell_cache_find_cell_near(&cell, &sheet->cells, column, row,
+                                                  &sheet->cell_hint);
   if (status) return status;
   biff_xf xf;
   uint16_t xf_index;
@@ -197,5 +198,5 @@ uint32_t xls_read_cell(xls_sheet_t* sheet, int column, int row, xls_read_cell_in
 }
 
 uint32_t xls_get_cell_value(xls_sheet_t* sheet, int column, int row, auto_value_t* value) {
-  return kel_cell_cache_find_cell(value, &sheet->cells, column, row);
+  return kel_cell_cache_find_cell_near(value, &sheet->cells, column, row, &sheet->cell_hint);
 }

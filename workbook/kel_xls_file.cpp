@@ -13,6 +13,7 @@
 #include "foundation/zuv_uni_string.h"
 #include "view/zuv_font_emulation.h"
 #include "workbook/kel_xls_sheet.h"
+#include "workbook/kel_xls_sst_texts.h"
 #include "workbook/kel_xls_string.h"
 
 xls_file* g_current_wb = nullptr;
@@ -449,6 +450,23 @@ static uint32_t open_stream(xls_file* file, const unsigned char* first) {
                            ole_get_stream_size(file->workbook_stream), nullptr, &file->stream);
 }
 
+/* Reads the cells and settings of every sheet, with the shared strings'
+ * texts at hand for the while. */
+static uint32_t scan_sheets(xls_file* file) {
+  xls_sst_texts texts;
+  uint32_t status = sst_texts_load(file, &texts);
+  file->open_sst_texts = &texts;
+  for (int i = 0; !status && i < file->sheets_info.count; ++i) {
+    xls_sheet_t* sheet = file->sheets[i];
+    if (sheet->type == XLS_SHEET_WORKSHEET || sheet->type == XLS_SHEET_CHART)
+      status = xls_scan_sheet(file, sheet);
+    if (!status && sheet->bof.type == BIFF_BOF_WORKSHEET) status = cache_sheet_heights(sheet);
+  }
+  file->open_sst_texts = nullptr;
+  sst_texts_free(&texts);
+  return status;
+}
+
 uint32_t xls_open(const xls_pool* pool, xls_file** result, int read_cells,
                   const xls_locale* locale, kel_format_t format,
                   unsigned short* password) {
@@ -503,12 +521,7 @@ uint32_t xls_open(const xls_pool* pool, xls_file** result, int read_cells,
     status = open_stream(file, first);
   }
   if (!status) status = read_workbook(file);
-  for (int i = 0; !status && read_cells && i < file->sheets_info.count; ++i) {
-    xls_sheet_t* sheet = file->sheets[i];
-    if (sheet->type == XLS_SHEET_WORKSHEET || sheet->type == XLS_SHEET_CHART)
-      status = xls_scan_sheet(file, sheet);
-    if (!status && sheet->bof.type == BIFF_BOF_WORKSHEET) status = cache_sheet_heights(sheet);
-  }
+  if (!status && read_cells) status = scan_sheets(file);
   if (!status && file->window1_offset == 0) status = KEL_ERR_GENERAL;
   if (status) {
     xls_close(file);

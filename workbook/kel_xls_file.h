@@ -55,6 +55,8 @@ enum { XLS_FILE_CHANGED = 0x01 };
 /* xls_file.row_cache_flags */
 enum { XLS_ROW_CACHE_ENABLED = 0x01, XLS_ROW_CACHE_VALID = 0x02 };
 
+struct xls_sst_texts;
+
 struct xls_file {
   kel_wb_cache_t* cached;  /* not null: an OOXML workbook, and nothing below is used */
   uint8_t write_protected;
@@ -87,6 +89,7 @@ struct xls_file {
   xls_sst_checkpoint_t sst_checkpoints[XLS_SST_CHECKPOINTS];
   uint32_t sst_checkpoint_count;
   uint32_t sst_checkpoint_step;         /* 0: not yet laid */
+  const xls_sst_texts* open_sst_texts;  /* the table's texts, during the open's scans */
   xls_array_info sheets_info;
   xls_sheet_t** sheets;
   uint16_t own_supbook;     /* 0xFFFF until the workbook's own SUPBOOK */

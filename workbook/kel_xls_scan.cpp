@@ -7,9 +7,11 @@
 #include <string.h>
 
 #include "compound/kel_io_stack.h"
+#include "compound/kel_record_cursor.h"
 #include "foundation/zuv_memio.h"
 #include "workbook/kel_xls_file.h"
 #include "workbook/kel_xls_sheet.h"
+#include "workbook/kel_xls_sst_texts.h"
 #include "workbook/kel_xls_string.h"
 
 /* Reads the BOF at offset: its version and type are never enciphered. */
@@ -27,11 +29,11 @@ static uint32_t read_bof(zuv_io* stream, uint32_t offset, uint16_t* version,
 
 /* Steps over an embedded substream from its BOF at *offset to behind its
  * EOF, nested ones included. */
-static uint32_t skip_substream(zuv_io* stream, uint32_t* offset, uint32_t end) {
+static uint32_t skip_substream(kel_record_cursor* cursor, uint32_t* offset, uint32_t end) {
   uint32_t depth = 0;
   while (*offset < end) {
     uint16_t id = 0, length = 0;
-    uint32_t status = kel_read_header(stream, *offset, &id, &length);
+    uint32_t status = kel_record_cursor_header(cursor, *offset, &id, &length);
     if (status) return status;
     *offset += 4u + length;
     if (id == BIFF_BOF) depth += 1;
@@ -143,7 +145,7 @@ static uint32_t read_label(xls_sheet_t* sheet, const unsigned char* body, uint16
 static uint32_t read_labelsst(xls_file* file, xls_sheet_t* sheet, const unsigned char* body) {
   uint32_t index = get_le32(body + 6);
   biff_string string = {};
-  uint32_t status = sst_dup(file, index, &string, XLS_STRING_TEXT);
+  uint32_t status = sst_texts_dup(file->open_sst_texts, file, index, &string);
   if (status) return status;
   // The options byte's bits 2 and 3 say phonetic data and rich text.
   uint8_t flags = (string.options & 0x0C) ? XLS_CELL_RICH_STRING : 0;
@@ -251,24 +253,15 @@ static uint16_t body_needed(uint16_t id) {
   }
 }
 
-uint32_t xls_scan_sheet(xls_file* file, xls_sheet_t* sheet) {
+/* The records of a worksheet behind its BOF, up to its EOF. */
+static uint32_t scan_records(xls_file* file, xls_sheet_t* sheet, kel_record_cursor* cursor) {
   zuv_io* stream = file->stream;
-  uint16_t version = 0, type = 0;
-  uint32_t status = read_bof(stream, sheet->bof_offset, &version, &type);
-  if (status) return status;
-  if (version != BIFF_VERSION_8) return KEL_ERR_GENERAL;
-  sheet->bof.version = version;
-  sheet->bof.type = type;
-  if (type != BIFF_BOF_WORKSHEET) return 0;  // chart and macro sheets keep no cells
-
-  unsigned char* record = file->record;
-  const unsigned char* body = record + 4;
   uint32_t end = stream->get_size(stream->context);
   uint32_t offset = sheet->bof_offset + 4 + BIFF_BOF_BODY;
   bool window2_seen = false;
   while (offset < end) {
     uint16_t id = 0, length = 0;
-    status = kel_read_header(stream, offset, &id, &length);
+    uint32_t status = kel_record_cursor_header(cursor, offset, &id, &length);
     if (status) return status;
     if (length > XLS_MAX_RECORD_BODY) return KEL_ERR_GENERAL;
     if (id == BIFF_EOF) break;
@@ -280,7 +273,7 @@ uint32_t xls_scan_sheet(xls_file* file, xls_sheet_t* sheet) {
         status = xls_array_insert(&sheet->charts, sheet->charts.count, &offset);
         if (status) return status;
       }
-      status = skip_substream(stream, &offset, end);
+      status = skip_substream(cursor, &offset, end);
       if (status) return status;
       continue;
     }
@@ -291,7 +284,8 @@ uint32_t xls_scan_sheet(xls_file* file, xls_sheet_t* sheet) {
     }
     uint16_t needed = body_needed(id);
     if (needed && length >= needed) {
-      status = kel_read_record(stream, offset, record, length);
+      const unsigned char* body = nullptr;
+      status = kel_record_cursor_body(cursor, offset, length, &body);
       if (status) return status;
       uint32_t next = offset + 4u + length;
       xls_value_t value;
@@ -361,3 +355,19 @@ uint32_t xls_scan_sheet(xls_file* file, xls_sheet_t* sheet) {
   return 0;
 }
 
+uint32_t xls_scan_sheet(xls_file* file, xls_sheet_t* sheet) {
+  zuv_io* stream = file->stream;
+  uint16_t version = 0, type = 0;
+  uint32_t status = read_bof(stream, sheet->bof_offset, &version, &type);
+  if (status) return status;
+  if (version != BIFF_VERSION_8) return KEL_ERR_GENERAL;
+  sheet->bof.version = version;
+  sheet->bof.type = type;
+  if (type != BIFF_BOF_WORKSHEET) return 0;  // chart and macro sheets keep no cells
+
+  kel_record_cursor cursor;
+  kel_record_cursor_open(&cursor, stream, file->record);
+  status = scan_records(file, sheet, &cursor);
+  kel_record_cursor_close(&cursor);
+  return status;
+}

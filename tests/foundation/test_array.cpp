@@ -138,7 +138,7 @@ TEST(ArrayFlat, InsertRemoveAccess) {
 
 TEST(ArrayChunked, MatchesAModelAcrossChunks) {
   CountingMemory memory;
-  // Chunks of 2 * 3 = 6 elements, grown two at a time.
+  // Chunks of 2 * 3 = 6 elements; the first grows from two.
   xls_array array = {&memory.mem, sizeof(int), 0, 0, 2, 3, nullptr};
   std::vector<int> model;
   unsigned seed = 12345;
@@ -170,32 +170,40 @@ TEST(ArrayChunked, MatchesAModelAcrossChunks) {
 }
 
 TEST(ArrayChunked, GrowthAndBoundaries) {
-  xls_array array = {nullptr, sizeof(int), 0, 0, 2, 3, nullptr};
-  // The first chunk grows a step at a time to its full six elements.
-  const int expected_capacity[] = {2, 2, 4, 4, 6, 6};
-  for (int i = 0; i < 6; ++i) {
+  xls_array array = {nullptr, sizeof(int), 0, 0, 2, 5, nullptr};
+  // The first chunk starts at a step and doubles up to its ten elements.
+  const int expected_capacity[] = {2, 2, 4, 4, 8, 8, 8, 8, 10, 10};
+  for (int i = 0; i < 10; ++i) {
     ASSERT_EQ(0u, xls_array_insert(&array, array.count, &i));
     EXPECT_EQ(expected_capacity[i], array.capacity);
   }
   void** chunks = (void**)array.data;
   EXPECT_EQ(nullptr, chunks[1]);
-  // Inserting at the count on a chunk boundary opens the next chunk.
+  // Inserting at the count on a chunk boundary opens the next chunk, whole.
   int value = 99;
-  ASSERT_EQ(0u, xls_array_insert(&array, 6, &value));
-  EXPECT_EQ(8, array.capacity);
-  EXPECT_EQ(chunks[1], xls_array_access(&array, 6));
+  ASSERT_EQ(0u, xls_array_insert(&array, 10, &value));
+  EXPECT_EQ(20, array.capacity);
+  EXPECT_EQ(chunks[1], xls_array_access(&array, 10));
+  // A span runs to the end of its chunk, or of the array in the last one.
+  int contiguous = 0;
+  EXPECT_EQ(xls_array_access(&array, 3), xls_array_span(&array, 3, &contiguous));
+  EXPECT_EQ(7, contiguous);
+  EXPECT_EQ(chunks[1], xls_array_span(&array, 10, &contiguous));
+  EXPECT_EQ(1, contiguous);
+  EXPECT_EQ(nullptr, xls_array_span(&array, 11, &contiguous));
+  EXPECT_EQ(0, contiguous);
 
   // Inserting at the front carries each chunk's last element into the next.
   value = -5;
   ASSERT_EQ(0u, xls_array_insert(&array, 0, &value));
-  EXPECT_EQ((std::vector<int>{-5, 0, 1, 2, 3, 4, 5, 99}), contents(array));
-  EXPECT_EQ(5, *(int*)chunks[1]);
+  EXPECT_EQ((std::vector<int>{-5, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 99}), contents(array));
+  EXPECT_EQ(9, *(int*)chunks[1]);
   ASSERT_EQ(0u, xls_array_remove(&array, 0));
   EXPECT_EQ(99, *(int*)chunks[1]);
   // Removing doesn't give chunks back.
   while (array.count) ASSERT_EQ(0u, xls_array_remove(&array, array.count - 1));
   EXPECT_NE(nullptr, chunks[1]);
-  EXPECT_EQ(8, array.capacity);
+  EXPECT_EQ(20, array.capacity);
   xls_array_free(&array);
 }
 

@@ -78,14 +78,25 @@ TEST(CellCache, ChunkedTableKeepsOrderFindsAndRefusesDuplicates) {
       ASSERT_EQ(sorted.at(n), std::make_pair(cell->row, cell->column));
     EXPECT_EQ(count, n);
     // Every place, taken or not, across all chunk boundaries: the index of
-    // the cell or of the first one after it.
+    // the cell or of the first one after it.  A lookup near a hint finds
+    // the same, whether the hint is the walk's own, far off or past the end.
+    int walk_hint = 0;
     for (uint32_t row = 0; row <= sorted.back().first + 1; ++row) {
       for (uint32_t column = 0; column <= 16; ++column) {
         auto expected = std::lower_bound(sorted.begin(), sorted.end(), std::make_pair(row, column));
+        const int index = (int)(expected - sorted.begin());
+        const bool taken = expected != sorted.end() && *expected == std::make_pair(row, column);
         bool found = false;
-        ASSERT_EQ(expected - sorted.begin(), kel_cell_cache_find_pos(&cache, column, row, &found))
-            << row << "," << column;
-        ASSERT_EQ(expected != sorted.end() && *expected == std::make_pair(row, column), found);
+        ASSERT_EQ(index, kel_cell_cache_find_pos(&cache, column, row, &found)) << row << "," << column;
+        ASSERT_EQ(taken, found);
+        int far = count / 3, past = count + 7;
+        for (int* hint : {&walk_hint, &far, &past}) {
+          auto_cell_t cell = nullptr;
+          kel_cell_cache_find_cell_near(&cell, &cache, column, row, hint);
+          ASSERT_EQ(index, *hint) << row << "," << column;
+          ASSERT_EQ(taken ? xls_array_access(&cache, index) : nullptr, (void*)cell);
+          auto_cell_release(&cell);
+        }
       }
     }
     // Counted pointers: a lookup that finds nothing lets go of the old cell.
@@ -184,6 +195,53 @@ TEST(SheetScan, CellRecordsGiveCellsAndTheirValues) {
     EXPECT_EQ(sst_indexes[column], cell->sst_index);
     EXPECT_EQ(flags[column], cell->flags);
     EXPECT_EQ(0, cell->use_count);
+  }
+}
+
+// Shared strings reach their cells alike whether the open holds the
+// table's texts (memory allows) or fetches each from the file: a string
+// split over a CONTINUE that switches to two-byte characters, one that
+// starts a CONTINUE, and an index past the table.
+TEST(SheetScan, SharedStringsAlikeFromTheTextTableAndTheFile) {
+  auto globals = [](Stream& s) {
+    for (int i = 0; i < 16; ++i) s.xf(0, 0, 0);
+    Bytes sst, first = text(u"alpha"), split = text(u"abcd");
+    add32(&sst, 9), add32(&sst, 3);
+    sst.insert(sst.end(), first.begin(), first.end());
+    split[0] = 8;  // eight characters, four of them here
+    sst.insert(sst.end(), split.begin(), split.end());
+    s.record(0xFC, sst);
+    Bytes rest = {1};
+    for (char16_t c : std::u16string(u"\u0436fgh")) add16(&rest, c);
+    Bytes last = text(u"omega");
+    rest.insert(rest.end(), last.begin(), last.end());
+    s.record(0x3C, rest);
+  };
+  auto sheet = [](Stream& s) {
+    for (uint16_t row = 0; row < 3; ++row)
+      for (uint16_t column = 0; column < 3; ++column) s.labelsst(row, column, 0, (row + column) % 3);
+    s.labelsst(3, 0, 0, 7);
+    s.window2();
+  };
+  const std::u16string expected[] = {u"alpha", u"abcd\u0436fgh", u"omega"};
+  for (bool table : {true, false}) {
+    biff_test::Pool pool(biff_test::compound(one_sheet(sheet, globals)));
+    if (!table) pool.pool.mem.available = [] { return 0u; };
+    xls_file* file = nullptr;
+    ASSERT_EQ(0u, pool.open(&file)) << table;
+    xls_sheet_t* s = xls_sheet_handle(file, 0);
+    for (int row = 0; row < 3; ++row)
+      for (int column = 0; column < 3; ++column) {
+        const xls_cell_t* cell = cell_at(s, column, row);
+        ASSERT_NE(nullptr, cell);
+        EXPECT_EQ(expected[(row + column) % 3], str(basic(cell).u.string)) << table;
+        EXPECT_EQ((uint32_t)(row + column) % 3, cell->sst_index);
+      }
+    const xls_cell_t* past = cell_at(s, 0, 3);
+    ASSERT_NE(nullptr, past);
+    EXPECT_EQ((uint32_t)bvt_string, basic(past).kind);
+    EXPECT_EQ(nullptr, basic(past).u.string);
+    xls_close(file);
   }
 }
 
