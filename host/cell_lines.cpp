@@ -1,11 +1,12 @@
 #include "host/cell_lines.h"
 
+#include <stdlib.h>
+
+#include "format/xls_format_cell.h"
 #include "workbook/kel_xls_file.h"
 #include "workbook/kel_xls_sheet.h"
 
-/* UTF-8 of UTF-16 text, a surrogate pair making one character; a lone
- * surrogate becomes U+FFFD. */
-static std::string utf8(const unsigned short* text) {
+std::string cell_text_utf8(const unsigned short* text) {
   std::string out;
   for (; text && *text; ++text) {
     uint32_t c = *text;
@@ -74,7 +75,7 @@ bool cell_line_describe(const xls_cell_t* cell, cell_line_t* line) {
       return true;
     case bvt_string:
       line->kind = 's';
-      line->value = escaped(utf8(value.u.string));
+      line->value = escaped(cell_text_utf8(value.u.string));
       return true;
     case bvt_bool:
       line->kind = 'b';
@@ -82,11 +83,28 @@ bool cell_line_describe(const xls_cell_t* cell, cell_line_t* line) {
       return true;
     case bvt_error:
       line->kind = 'e';
-      line->value = utf8(xls_error_str(value.u.error, nullptr));
+      line->value = cell_text_utf8(xls_error_str(value.u.error, nullptr));
       return true;
     default:
       return false;
   }
+}
+
+std::string cell_shown_text(xls_sheet_t* sheet, const xls_cell_t* cell) {
+  xls_read_cell_info info = {};
+  info.flags = XLS_READ_NUMBER_FORMAT;
+  if (xls_read_cell(sheet, static_cast<int>(cell->column), static_cast<int>(cell->row), &info,
+                    nullptr))
+    return std::string();
+  auto_cell_release(&info.cell);
+  xls_format_cell_params params = {};
+  params.value = &cell->value;
+  params.number_format = info.number_format;
+  params.flags = xls_1904_dates(sheet->workbook) ? XLS_FORMAT_CELL_1904 : 0;
+  if (xls_format_cell(&params)) return std::string();
+  std::string shown = escaped(cell_text_utf8(params.result));
+  free(params.result);
+  return shown;
 }
 
 std::string cell_reference(uint32_t column, uint32_t row) {
@@ -96,18 +114,20 @@ std::string cell_reference(uint32_t column, uint32_t row) {
   return letters + std::to_string(row + 1);
 }
 
-uint32_t cell_lines_write(xls_file* file, int sheet, FILE* out) {
+uint32_t cell_lines_write(xls_file* file, int sheet, int flags, FILE* out) {
   uint32_t count = xls_sheet_count(file);
   for (uint32_t index = 0; index < count; ++index) {
     if (sheet >= 0 && index != static_cast<uint32_t>(sheet)) continue;
-    const xls_sheet_t* handle = xls_sheet_handle(file, index);
+    xls_sheet_t* handle = xls_sheet_handle(file, index);
     kel_cell_iterator it;
     kel_cell_cache_init_it(&it, &handle->cells);
     cell_line_t line;
     while (const xls_cell_t* cell = kel_cell_cache_next_cell(&it)) {
       if (!cell_line_describe(cell, &line)) continue;
-      fprintf(out, "%u\t%s\t%c\t%s\n", index, cell_reference(cell->column, cell->row).c_str(),
+      fprintf(out, "%u\t%s\t%c\t%s", index, cell_reference(cell->column, cell->row).c_str(),
               line.kind, line.value.c_str());
+      if (flags & CELL_LINES_FORMATTED) fprintf(out, "\t%s", cell_shown_text(handle, cell).c_str());
+      fputc('\n', out);
     }
   }
   return ferror(out) ? KEL_ERR_GENERAL : 0;

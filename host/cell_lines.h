@@ -5,7 +5,9 @@
  * KIND n, s, b or e (a formula cell: the kind of its cached result);
  * numbers "%.17g"; strings with \\, \t, \r, \n escaped; TRUE or FALSE;
  * errors as their text.  Sheets in order, cells by row then column; empty
- * cells are left out.
+ * cells are left out.  With CELL_LINES_FORMATTED a fifth field follows:
+ * the text the cell shows through its number format (neutral locale, no
+ * limit of width), escaped as strings are.
  */
 #ifndef TABULON_CELL_LINES_H
 #define TABULON_CELL_LINES_H
@@ -17,6 +19,10 @@
 
 struct xls_cell_t;
 struct xls_file;
+struct xls_sheet_t;
+
+/* cell_lines_write's flags */
+enum { CELL_LINES_FORMATTED = 0x01 };
 
 struct cell_line_t {
   char kind;     /* n, s, b or e */
@@ -24,11 +30,16 @@ struct cell_line_t {
   std::string value;
 };
 
+/* UTF-8 of UTF-16 text, a surrogate pair making one character; a lone
+ * surrogate becomes U+FFFD. */
+std::string cell_text_utf8(const unsigned short* text);
 /* The cell's line fields; false for a cell that shows nothing. */
 bool cell_line_describe(const xls_cell_t* cell, cell_line_t* line);
+/* The fifth field: the text cell shows in sheet; empty without memory. */
+std::string cell_shown_text(xls_sheet_t* sheet, const xls_cell_t* cell);
 /* "A1" style: column letters, then row + 1. */
 std::string cell_reference(uint32_t column, uint32_t row);
 /* Writes the lines of sheet (every sheet when sheet is negative). */
-uint32_t cell_lines_write(xls_file* file, int sheet, FILE* out);
+uint32_t cell_lines_write(xls_file* file, int sheet, int flags, FILE* out);
 
 #endif /* TABULON_CELL_LINES_H */

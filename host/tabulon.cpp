@@ -4,7 +4,7 @@
  * have nothing to say, through the workbook calls behind them.
  *
  *   tabulon info FILE [--password P] [--fonts DIR]
- *   tabulon cells FILE [--sheet N] [--password P] [--fonts DIR]
+ *   tabulon cells FILE [--sheet N] [--formatted] [--password P] [--fonts DIR]
  *
  * Output formats are stable: scripts and checks read them.  A failure prints
  * "tabulon: FILE: NAME (0x0737....)" to stderr and exits with 2; a misuse of
@@ -41,7 +41,7 @@ int fail(const char* file, unsigned status) {
 
 int usage() {
   fputs("usage: tabulon info FILE [--password P] [--fonts DIR]\n"
-        "       tabulon cells FILE [--sheet N] [--password P] [--fonts DIR]\n",
+        "       tabulon cells FILE [--sheet N] [--formatted] [--password P] [--fonts DIR]\n",
         stderr);
   return 1;
 }
@@ -69,6 +69,7 @@ struct Options {
   const char* password = nullptr;
   const char* fonts = TABULON_FONT_DIR;
   int sheet = -1;  /* every sheet */
+  bool formatted = false;
 };
 
 /* Options after the command; false on anything unknown. */
@@ -80,6 +81,8 @@ bool parse_options(int argc, char** argv, Options* options) {
       options->fonts = argv[++i];
     else if (strcmp(argv[i], "--sheet") == 0 && i + 1 < argc)
       options->sheet = atoi(argv[++i]);
+    else if (strcmp(argv[i], "--formatted") == 0)
+      options->formatted = true;
     else if (argv[i][0] == '-' || options->file)
       return false;
     else
@@ -133,7 +136,8 @@ int command_cells(const Options& options) {
   if (status) return fail(options.file, status);
   if (options.sheet >= static_cast<int>(xls_sheet_count(session->workbook)))
     status = KEL_ERR_GENERAL;
-  if (!status) status = cell_lines_write(session->workbook, options.sheet, stdout);
+  if (!status) status = cell_lines_write(session->workbook, options.sheet,
+                                           options.formatted ? CELL_LINES_FORMATTED : 0, stdout);
   kel_close_file(&session);
   return status ? fail(options.file, status) : 0;
 }

@@ -41,6 +41,9 @@
   X(KEL_ERR_VALUE,                0x07371707, "value of the wrong kind")        \
   X(KEL_ERR_REF,                  0x07371708, "a reference does not resolve")   \
   X(KEL_ERR_PROPAGATED,           0x07371709, "an error value was passed on")   \
+  X(KEL_ERR_DATE_BEFORE_START,    0x0737170E, "month arithmetic reached the first year") \
+  X(KEL_ERR_DATE_FIELD_RANGE,     0x0737170F, "a date or time field out of range") \
+  X(KEL_ERR_DATE_NO_DAY,          0x07371710, "the date has no day number")     \
   X(KEL_ERR_EXTERNAL_REFERENCE,   0x07371711, "a reference leads outside this workbook") \
   X(KEL_ERR_CELL_LOCKED,          0x07371714, "the cell is part of an array")   \
   X(KEL_ERR_UNSUPPORTED,          0x07371715, "the content is not supported")   \
