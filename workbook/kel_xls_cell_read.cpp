@@ -24,8 +24,8 @@ static uint32_t read_row_xf(xls_sheet_t* sheet, int row, uint16_t* xf, bool* val
   if ((file->row_cache_flags & ready) == ready && file->row_cache.row == row) {
     record = file->row_cache;
   } else {
-    uint32_t status = xls_read_ROW_v2(&file->pool, file->stream, sheet->index_offset,
-                                      static_cast<uint16_t>(row), &record, nullptr);
+    uint32_t status =
+        xls_sheet_read_ROW(sheet, static_cast<uint16_t>(row), &record, nullptr, nullptr);
     if (status) return status;
     if (file->row_cache_flags & XLS_ROW_CACHE_ENABLED) {
       file->row_cache = record;

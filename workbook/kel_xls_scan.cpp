@@ -254,6 +254,26 @@ static uint16_t body_needed(uint16_t id) {
 }
 
 /* The records of a worksheet behind its BOF, up to its EOF. */
+/* A sheet without INDEX (as some writers make them) still has ROW records:
+ * each one extends the run it follows, or starts a new one. */
+static uint32_t note_row_run(kel_record_cursor* cursor, xls_sheet_t* sheet, uint32_t offset,
+                             uint16_t length) {
+  xls_simple_array* runs = &sheet->row_runs;
+  if (runs->count > 0) {
+    xls_row_run_t* last = static_cast<xls_row_run_t*>(runs->data) + runs->count - 1;
+    if (length == BIFF_ROW_SIZE - 4 && last->count < 0xFFFF &&
+        offset == last->offset + last->count * BIFF_ROW_SIZE) {
+      last->count += 1;
+      return 0;
+    }
+  }
+  const unsigned char* body = nullptr;
+  uint32_t status = kel_record_cursor_body(cursor, offset, length, &body);
+  if (status) return status;
+  xls_row_run_t run = {offset, get_le16(body), 1};
+  return xls_simple_array_insert(runs, runs->count, &run);
+}
+
 static uint32_t scan_records(xls_file* file, xls_sheet_t* sheet, kel_record_cursor* cursor) {
   zuv_io* stream = file->stream;
   uint32_t end = stream->get_size(stream->context);
@@ -279,6 +299,12 @@ static uint32_t scan_records(xls_file* file, xls_sheet_t* sheet, kel_record_curs
     }
     switch (id) {
       case BIFF_INDEX: sheet->index_offset = offset; break;
+      case BIFF_ROW:
+        if (!sheet->index_offset && length >= 2) {
+          status = note_row_run(cursor, sheet, offset, length);
+          if (status) return status;
+        }
+        break;
       case BIFF_NOTE: if (!sheet->note_offset) sheet->note_offset = offset; break;
       default: break;
     }

@@ -34,6 +34,8 @@ xls_sheet_t* sheet_constructor(xls_file* workbook) {
   sheet->default_row_height = 0xFF;
   kel_cell_cache_init(&sheet->cells, &workbook->mem,
                       workbook->mem.available ? workbook->mem.available() : 0);
+  sheet->row_runs.element_size = sizeof(xls_row_run_t);
+  sheet->row_runs.grow_step = 64;
   sheet->shared_exprs.mem = &workbook->mem;
   sheet->shared_exprs.element_size = sizeof(xls_shared_expr);
   sheet->shared_exprs.grow_step = 1000;
@@ -54,6 +56,7 @@ void sheet_destructor(xls_sheet_t* sheet) {
         &static_cast<xls_shared_expr*>(xls_array_access(&sheet->shared_exprs, i))->packed);
   xls_array_free(&sheet->shared_exprs);
   xls_array_free(&sheet->charts);
+  free(sheet->row_runs.data);
   free(sheet);
 }
 

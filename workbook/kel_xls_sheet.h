@@ -33,6 +33,15 @@ enum { XLS_MAX_COLUMNS = 256, XLS_MAX_ROWS = 65536, XLS_PANES = 4 };
 enum { XLS_HEIGHT_GRID = 256, XLS_HEIGHT_WINDOW = 256 };
 #define XLS_HEIGHT_UNKNOWN 0xFFFFFFFFu
 
+/* Without INDEX, ROW records are found through runs of them noted by the
+ * scan: count records one after the other from offset, the first for
+ * first_row. */
+struct xls_row_run_t {
+  uint32_t offset;
+  uint16_t first_row;
+  uint16_t count;
+};
+
 /* A column's COLINFO. */
 struct xls_column_t {
   uint16_t width;   /* 1/256 of the width of "0" */
@@ -54,6 +63,7 @@ struct xls_sheet_t {
   unsigned short* name;       /* owned */
   uint32_t boundsheet_offset, new_boundsheet_offset;
   uint32_t index_offset, new_index_offset;     /* 0 if none */
+  xls_simple_array row_runs;  /* xls_row_run_t, kept only without INDEX */
   uint32_t window2_offset, new_window2_offset;
   uint32_t note_offset, new_note_offset;       /* first NOTE; 0 if none */
   /* Entry k: the height in twips of rows 0 to 256 * (k + 1) - 1, a fast
@@ -172,6 +182,11 @@ uint32_t xls_read_height_grid(const xls_pool* pool, zuv_io* stream,
                               unsigned char* buffer, unsigned char* second_buffer,
                               uint32_t index_offset, uint16_t default_height,
                               uint32_t* grid);
+/* Reads row's ROW record of the sheet (through INDEX, else through the runs
+ * the scan noted); a row without one gets the default form and *not_found
+ * (if given) true.  *offset, if given, gets the record's stream offset. */
+uint32_t xls_sheet_read_ROW(xls_sheet_t* sheet, uint16_t row, biff_row_v2* result,
+                            bool* not_found, uint32_t* offset);
 /* Lays the height grid and empties the window: after the scan, and after
  * changes too large to follow row by row. */
 uint32_t cache_sheet_heights(xls_sheet_t* sheet);
@@ -185,6 +200,11 @@ uint16_t xls_get_default_row_height(const xls_sheet_t* sheet);
 uint32_t xls_get_col_width(const xls_sheet_t* sheet, uint8_t column, uint32_t* left);
 uint32_t xls_set_col_width(xls_sheet_t* sheet, uint8_t column, uint32_t twips);
 bool xls_is_row_hidden(xls_sheet_t* sheet, uint16_t row);
+/* Store a row's height in twips (0x8000: back to the default, the row no
+ * longer set by hand), or hide or show it.  A row already in that state is
+ * left.  KEL_ERR_SHEET_PROTECTED on a protected sheet. */
+uint32_t xls_set_row_height(xls_sheet_t* sheet, uint16_t row, uint32_t twips);
+uint32_t xls_hide_row(xls_sheet_t* sheet, uint16_t row, bool hide);
 /* KEL_ERR_SHEET_PROTECTED on a protected sheet. */
 uint32_t xls_hide_col(xls_sheet_t* sheet, uint8_t column, bool hide);
 bool xls_is_col_hidden(const xls_sheet_t* sheet, uint8_t column);
