@@ -5,6 +5,8 @@
  *
  *   tabulon info FILE [--password P] [--fonts DIR]
  *   tabulon cells FILE [--sheet N] [--formatted] [--password P] [--fonts DIR]
+ *   tabulon render FILE [--sheet N] [--dpi D] [--at X,Y] [--size WxH]
+ *                  [--bpp 16|32] [--password P] [--fonts DIR] -o OUT.png
  *
  * Output formats are stable: scripts and checks read them.  A failure prints
  * "tabulon: FILE: NAME (0x0737....)" to stderr and exits with 2; a misuse of
@@ -15,9 +17,11 @@
 #include <string.h>
 
 #include <string>
+#include <vector>
 
 #include "foundation/zuv_uni_string.h"
 #include "host/cell_lines.h"
+#include "host/png_file.h"
 #include "module/kel_session.h"
 #include "tabulon.h"
 #include "workbook/kel_xls_file.h"
@@ -41,7 +45,9 @@ int fail(const char* file, unsigned status) {
 
 int usage() {
   fputs("usage: tabulon info FILE [--password P] [--fonts DIR]\n"
-        "       tabulon cells FILE [--sheet N] [--formatted] [--password P] [--fonts DIR]\n",
+        "       tabulon cells FILE [--sheet N] [--formatted] [--password P] [--fonts DIR]\n"
+        "       tabulon render FILE [--sheet N] [--dpi D] [--at X,Y] [--size WxH]\n"
+        "                      [--bpp 16|32] [--password P] [--fonts DIR] -o OUT.png\n",
         stderr);
   return 1;
 }
@@ -70,6 +76,11 @@ struct Options {
   const char* fonts = TABULON_FONT_DIR;
   int sheet = -1;  /* every sheet */
   bool formatted = false;
+  int dpi = 72;
+  int x = 0, y = 0;
+  int width = 800, height = 600;
+  int bits = 32;
+  const char* output = nullptr;
 };
 
 /* Options after the command; false on anything unknown. */
@@ -83,6 +94,19 @@ bool parse_options(int argc, char** argv, Options* options) {
       options->sheet = atoi(argv[++i]);
     else if (strcmp(argv[i], "--formatted") == 0)
       options->formatted = true;
+    else if (strcmp(argv[i], "--dpi") == 0 && i + 1 < argc)
+      options->dpi = atoi(argv[++i]);
+    else if (strcmp(argv[i], "--at") == 0 && i + 1 < argc) {
+      if (sscanf(argv[++i], "%d,%d", &options->x, &options->y) != 2) return false;
+    } else if (strcmp(argv[i], "--size") == 0 && i + 1 < argc) {
+      if (sscanf(argv[++i], "%dx%d", &options->width, &options->height) != 2 ||
+          options->width <= 0 || options->height <= 0)
+        return false;
+    } else if (strcmp(argv[i], "--bpp") == 0 && i + 1 < argc) {
+      options->bits = atoi(argv[++i]);
+      if (options->bits != 16 && options->bits != 32) return false;
+    } else if (strcmp(argv[i], "-o") == 0 && i + 1 < argc)
+      options->output = argv[++i];
     else if (argv[i][0] == '-' || options->file)
       return false;
     else
@@ -142,6 +166,70 @@ int command_cells(const Options& options) {
   return status ? fail(options.file, status) : 0;
 }
 
+/* Paints one sheet as a viewer shows it: the column strip on top, the row
+ * strip on the left, the body beside them past the one-pixel separators. */
+int command_render(const Options& options) {
+  if (!options.output) return usage();
+  kel_file* session = nullptr;
+  unsigned status = open_session(options, &session);
+  if (status) return fail(options.file, status);
+  int sheet = options.sheet < 0 ? 0 : options.sheet;
+  int format = options.bits == 32 ? 0 : 1;
+  int bytes = options.bits / 8;
+  std::vector<unsigned char> body(static_cast<size_t>(options.width) * options.height * bytes);
+  std::vector<unsigned char> columns, rows;
+  int heading_width = 0, heading_height = 0;
+  status = kel_set_dpi(session, options.dpi);
+  if (!status)
+    status = kel_set_offscreen_buffer(session, format, body.data(), options.width,
+                                      options.height);
+  // The heading sizes, asked of the engine as the bounds of the cell (-1, -1).
+  if (!status)
+    status = kel_cell_bounds(session, sheet, -1, -1, nullptr, nullptr, &heading_width,
+                             &heading_height);
+  if (status == KEL_ERR_OUT_OF_RANGE) status = 0;  // a chart sheet has no headings
+  if (!status && heading_width > 0 && heading_height > 0) {
+    columns.resize(static_cast<size_t>(options.width) * heading_height * bytes);
+    rows.resize(static_cast<size_t>(heading_width) * options.height * bytes);
+    status = kel_set_column_offscreen_buffer(session, format, columns.data(), options.width,
+                                             heading_height);
+    if (!status)
+      status = kel_set_row_offscreen_buffer(session, format, rows.data(), heading_width,
+                                            options.height);
+  }
+  if (!status) status = kel_render_sheet(session, sheet, options.x, options.y);
+  kel_close_file(&session);
+  if (status) return fail(options.file, status);
+
+  int width = options.width, height = options.height;
+  int left = 0, top = 0;
+  if (!columns.empty()) {
+    left = heading_width + 1;
+    top = heading_height + 1;
+  }
+  int full_width = left + width, full_height = top + height;
+  std::vector<unsigned char> picture(static_cast<size_t>(full_width) * full_height * bytes, 0xFF);
+  auto blit = [&](const std::vector<unsigned char>& from, int from_width, int from_height,
+                  int x, int y) {
+    for (int row = 0; row < from_height; ++row)
+      memcpy(&picture[(static_cast<size_t>(y + row) * full_width + x) * bytes],
+             &from[static_cast<size_t>(row) * from_width * bytes],
+             static_cast<size_t>(from_width) * bytes);
+  };
+  if (!columns.empty()) {
+    blit(columns, width, heading_height, heading_width, 0);
+    blit(rows, heading_width, height, 0, heading_height);
+  }
+  blit(body, width, height, left, top);
+  if (!png_write_file(options.output, picture.data(), static_cast<uint32_t>(full_width),
+                      static_cast<uint32_t>(full_height),
+                      static_cast<uint32_t>(full_width * bytes), options.bits)) {
+    fprintf(stderr, "tabulon: %s: can't write\n", options.output);
+    return 2;
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -150,5 +238,6 @@ int main(int argc, char** argv) {
   if (!parse_options(argc - 2, argv + 2, &options)) return usage();
   if (strcmp(argv[1], "info") == 0) return command_info(options);
   if (strcmp(argv[1], "cells") == 0) return command_cells(options);
+  if (strcmp(argv[1], "render") == 0) return command_render(options);
   return usage();
 }

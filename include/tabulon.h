@@ -63,6 +63,12 @@ KEL_API unsigned kel_set_row_offscreen_buffer(kel_file* file, int format,
                                          void* pixels, int width, int height);
 
 KEL_API unsigned kel_get_sheet_count(kel_file* file, int* count);
+/* The sheet's used extent in pixels at the session's zoom; either pointer
+ * may be null.  The sheet becomes the current one. */
+KEL_API unsigned kel_get_sheet_dimensions(kel_file* file, int sheet, int* width,
+                                          int* height);
+/* The last used column of the sheet, plus 1. */
+KEL_API unsigned kel_get_column_count(kel_file* file, int sheet, int* count);
 KEL_API unsigned kel_get_sheet_title(kel_file* file, int sheet,
                                 unsigned short* buffer, int capacity,
                                 int* needed);
@@ -86,6 +92,65 @@ KEL_API unsigned kel_get_version(unsigned short* version, int version_capacity,
                             int build_capacity, int* build_needed);
 /* Frees nothing: the engine keeps no memory that a host could ask back. */
 KEL_API void kel_release_memory(kel_file* file);
+
+/* ---- Painting and what is where --------------------------------------------
+ *
+ * Positions are sheet pixels at the session's zoom: counted from the top
+ * left of cell A1, headings left out.  Each call below makes its sheet the
+ * current one; one that gives a pixel position checks it first (not
+ * negative, inside the extent of all 256 columns and 65536 rows), else
+ * KEL_ERR_OUT_OF_RANGE.  Calls about cells give KEL_ERR_OUT_OF_RANGE on a
+ * chart sheet. */
+
+/* 0 if x (y) is a pixel position inside the sheet, else
+ * KEL_ERR_OUT_OF_RANGE. */
+KEL_API unsigned kel_check_x(kel_file* file, int x);
+KEL_API unsigned kel_check_y(kel_file* file, int y);
+
+/* Paints the sheet with the pixel (x, y) at the top left of the body (the
+ * view clamps it to the sheet) into the three buffers of
+ * kel_set_offscreen_buffer and its siblings: the body, the column heading
+ * strip (as wide as its buffer, as high as the headings) and the row heading
+ * strip.  A strip whose buffer wasn't given is left out. */
+KEL_API unsigned kel_render_sheet(kel_file* file, int sheet, int x, int y);
+
+/* The selection is a highlight of the paint only; the sheet's own stored
+ * selection is not touched.  It lasts until cleared or replaced. */
+KEL_API unsigned kel_select_cell(kel_file* file, int sheet, int x, int y);
+/* The cells from (x, y) to (x + width, y + height), both included. */
+KEL_API unsigned kel_select_area(kel_file* file, int sheet, int x, int y, int width,
+                                 int height);
+/* Whole rows between y1 and y2 (whole columns between x1 and x2); *count,
+ * if given, gets the number of them, 0 on failure. */
+KEL_API unsigned kel_select_row(kel_file* file, int sheet, int y1, int y2, int* count);
+KEL_API unsigned kel_select_column(kel_file* file, int sheet, int x1, int x2, int* count);
+KEL_API unsigned kel_clear_selection(kel_file* file);
+
+/* Row and column of the cell at (x, y); 256 or 65536 beyond the sheet. */
+KEL_API unsigned kel_get_cell_reference_at_location(kel_file* file, int sheet, int x,
+                                                    int y, int* row, int* col);
+/* The bounds of the cell at (x, y) in sheet pixels (a merged cell's own, not
+ * its merge's); each pointer may be null.  At (-1, -1): the scroll position
+ * and the heading sizes. */
+KEL_API unsigned kel_cell_bounds(kel_file* file, int sheet, int x, int y, int* out_x,
+                                 int* out_y, int* out_width, int* out_height);
+/* The note of the cell at (x, y), copied from offset in parts of capacity
+ * characters (the terminator counted in the length); *needed gets the full
+ * length + 1.  A null buffer only asks for the size.  No note:
+ * KEL_ERR_OUT_OF_RANGE, with *needed 1 and an empty buffer. */
+KEL_API unsigned kel_get_comment(kel_file* file, int sheet, int x, int y,
+                                 unsigned short* buffer, unsigned capacity,
+                                 unsigned offset, unsigned* needed);
+/* A region for each cell with a note; the caller frees *rects with free(). */
+KEL_API unsigned kel_get_comment_marks_rects(kel_file* file, int sheet, region** rects,
+                                             int* count);
+/* Changes the height of the row at y (the width of the column at x) by delta
+ * pixels; a change that would make it negative does nothing. */
+KEL_API unsigned kel_resize_row(kel_file* file, int sheet, int y, int delta);
+KEL_API unsigned kel_resize_column(kel_file* file, int sheet, int x, int delta);
+/* Makes the column at x as wide as its widest cell; an empty column keeps its
+ * width. */
+KEL_API unsigned kel_autofit_column(kel_file* file, int sheet, int x);
 
 /* The colour (three bytes: red, green, blue) of the find and selection
  * highlights, from the next paint on. */

@@ -158,6 +158,7 @@ extern "C" KEL_API void kel_close_file(kel_file** handle) {
     delete file->summary;
     free(file->find_text);
     free(file->found_regions);
+    delete file->draw.table;
     release_canvas(file);
     // The gradient and its scaled copies are shared by all sessions; any
     // close empties them, and the next paint makes them again.
@@ -190,6 +191,16 @@ uint32_t init_on_demand(kel_file* file) {
   IZuvClassFactory* factory = ZuvLinuxClassFactory();
   if (!factory) return KEL_ERR_OUT_OF_MEMORY;
   uint32_t status = 0;
+  rect_t headings;
+
+  if (!file->draw.table) {
+    file->draw.table = new (std::nothrow) KELTable(file->locale);
+    if (!file->draw.table) {
+      status = KEL_ERR_OUT_OF_MEMORY;
+      goto done;
+    }
+    file->draw.table->set_workbook(file->workbook);
+  }
 
   if (!file->draw.font_manager) {
     void* object = nullptr;
@@ -203,15 +214,17 @@ uint32_t init_on_demand(kel_file* file) {
   // The view always works at 72 dpi; the viewer's resolution reaches it as
   // a zoom.
   file->draw.zoom = static_cast<uint32_t>(file->dpi / 72.0 * 100.0);
+  file->draw.table->set_zoom_percentage(file->draw.zoom);
   file->draw.horizontal_dpi = 72;
   file->draw.vertical_dpi = 72;
+  file->draw.table->set_dpi(72, 72);
+  headings = file->draw.table->cell_to_coord(-1, -1);
 
   if (!file->draw.canvas) {
     // The canvas holds the headings and the body beside them, with one pixel
     // of separator in between.
-    int32_t heading_width = 0, heading_height = 0;
-    DRect bounds = {0, 0, heading_width + file->main_buffer.width + 1,
-                    heading_height + file->main_buffer.height + 1};
+    DRect bounds = {0, 0, headings.right + file->main_buffer.width + 1,
+                    headings.bottom + file->main_buffer.height + 1};
     int bits = file->main_buffer.format == 0 ? 32 : 16;
     status = factory->CreateCanvas(&file->draw.canvas, 1, bounds, bits, 0, 0);
     if (status) {
@@ -231,6 +244,11 @@ uint32_t init_on_demand(kel_file* file) {
     file->draw.bitmap.pixels = pixels;
   }
 
+  file->draw.table->state.label_context = &g_draw_label_info;
+  file->draw.table->state.label_painter = draw_label;
+  file->draw.table->set_rect(0, 0, file->draw.bitmap.width, file->draw.bitmap.height);
+  file->draw.table->update_cache_on_sheet_change();
+
 done:
   factory->Release();
   return status;
@@ -239,8 +257,10 @@ done:
 xls_sheet_t* set_current_sheet(kel_file* file, int sheet) {
   if (!file || sheet < 0) return nullptr;
   xls_sheet_t* handle = xls_sheet_handle(file->workbook, static_cast<uint32_t>(sheet));
-  if (handle && handle != xls_get_active_sheet(file->workbook))
+  if (handle && handle != xls_get_active_sheet(file->workbook)) {
     xls_set_active_sheet(file->workbook, handle);
+    if (file->draw.table) file->draw.table->update_cache_on_sheet_change();
+  }
   return handle;
 }
 
@@ -351,11 +371,42 @@ extern "C" KEL_API unsigned kel_set_row_offscreen_buffer(kel_file* file,
   return set_buffer(file, &file->row_buffer, format, pixels, width, height);
 }
 
+/* Found regions are kept in pixels; across a change of scale they pass
+ * through twips, each extent as the difference of its converted edges. */
+static void regions_to_twips(kel_file* file, bool to_twips) {
+  const KELState& state = file->draw.table->state;
+  for (int32_t i = 0; i < file->found_count; ++i) {
+    region& r = file->found_regions[i];
+    uint32_t x = static_cast<uint32_t>(r.x), y = static_cast<uint32_t>(r.y);
+    uint32_t right = x + static_cast<uint32_t>(r.width);
+    uint32_t bottom = y + static_cast<uint32_t>(r.height);
+    if (to_twips) {
+      x = state.horizontal_pixels_to_twips(x);
+      right = state.horizontal_pixels_to_twips(right);
+      y = state.vertical_pixels_to_twips(y);
+      bottom = state.vertical_pixels_to_twips(bottom);
+    } else {
+      x = state.horizontal_twips_to_pixels(x);
+      right = state.horizontal_twips_to_pixels(right);
+      y = state.vertical_twips_to_pixels(y);
+      bottom = state.vertical_twips_to_pixels(bottom);
+    }
+    r.x = static_cast<int>(x);
+    r.y = static_cast<int>(y);
+    r.width = static_cast<int>(right - x);
+    r.height = static_cast<int>(bottom - y);
+  }
+}
+
 extern "C" KEL_API unsigned kel_set_dpi(kel_file* file, int dpi) {
   if (!file || dpi <= 0) return KEL_ERR_INVALID_ARGUMENT;
+  bool regions = file->draw.table && file->found_count > 0;
+  if (regions) regions_to_twips(file, true);
   file->dpi = dpi;
   release_canvas(file);
-  return init_on_demand(file);
+  uint32_t status = init_on_demand(file);
+  if (regions && !status) regions_to_twips(file, false);
+  return status;
 }
 
 extern "C" KEL_API unsigned kel_get_sheet_count(kel_file* file, int* count) {
@@ -374,6 +425,39 @@ extern "C" KEL_API unsigned kel_get_sheet_title(kel_file* file, int sheet,
   const unsigned short* title = xls_sheet_name(handle);
   kel_copy_text_out(title, ucs2_len(title), buffer, capacity, needed);
   return 0;
+}
+
+extern "C" KEL_API unsigned kel_get_sheet_dimensions(kel_file* file, int sheet,
+                                                     int* width, int* height) {
+  if (!file) return KEL_ERR_INVALID_ARGUMENT;
+  uint32_t status = init_on_demand(file);
+  if (status) return status;
+  if (!file->draw.table) return KEL_ERR_GENERAL;
+  g_current_wb = file->workbook;
+  if (!set_current_sheet(file, sheet)) {
+    g_current_wb = nullptr;
+    return KEL_ERR_OUT_OF_RANGE;
+  }
+  uint32_t sheet_width = 0, sheet_height = 0;
+  file->draw.table->dimension_sheet_size(&sheet_width, &sheet_height);
+  if (width) *width = static_cast<int>(sheet_width);
+  if (height) *height = static_cast<int>(sheet_height);
+  g_current_wb = nullptr;
+  return 0;
+}
+
+extern "C" KEL_API unsigned kel_get_column_count(kel_file* file, int sheet, int* count) {
+  if (!file || !count) return KEL_ERR_INVALID_ARGUMENT;
+  g_current_wb = file->workbook;
+  xls_sheet_t* handle = set_current_sheet(file, sheet);
+  uint32_t status = KEL_ERR_OUT_OF_RANGE;
+  if (handle) {
+    xls_orange used;
+    status = xls_sheet_dimensions(handle, &used);
+    if (!status) *count = static_cast<int>(used.last_col + 1);
+  }
+  g_current_wb = nullptr;
+  return status;
 }
 
 extern "C" KEL_API unsigned kel_get_document_name(kel_file* file,

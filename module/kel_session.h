@@ -13,6 +13,7 @@
 #include "platform/zuv_platform.h"
 #include "tabulon.h"
 #include "view/kel_draw_params.h"
+#include "view/kel_table.h"
 
 struct xls_file;
 struct xls_sheet_t;
@@ -26,13 +27,6 @@ struct kel_buffer_t {
   int32_t height;
 };
 
-/* The selection highlight: the selected cells, then the colour that the
- * paint fills them with.  The view is given its address while a selection
- * stands. */
-struct kel_selection_highlight_t {
-  cell_rect_t cells;
-  DRGBValue colour;
-};
 
 struct kel_file {
   const xls_locale* locale;     /* the shared g_os_locale; not owned */
@@ -77,6 +71,12 @@ struct kel_draw_label_info_t {
   kel_label_canvas_t slots[KEL_LABEL_CACHE_SLOTS];
 };
 extern kel_draw_label_info_t g_draw_label_info;
+
+/* The heading painter that sessions give their tables: the gradient picture
+ * scaled to the heading, its text letterspaced by a pixel, a grey separator.
+ * context is the kel_draw_label_info_t. */
+uint32_t draw_label(void* context, KELState* state, const rect_t& visible,
+                    const unsigned short* text, bool selected, const rect_t& full);
 
 /* Makes what the session lacks of view, font manager and canvas, and sets
  * the zoom from the dpi.  Run at open and after every change of geometry. */

@@ -174,6 +174,7 @@ struct BareSession {
     file->main_buffer.height = 50;
   }
   ~BareSession() {
+    delete file->draw.table;
     if (file->draw.canvas) file->draw.canvas->Release();
     if (file->draw.font_manager) file->draw.font_manager->Release();
     free(file->font_path);
@@ -181,13 +182,16 @@ struct BareSession {
   }
 };
 
-TEST(Session, InitOnDemandMakesFontsAndACanvasOneLargerThanTheBuffer) {
+TEST(Session, InitOnDemandMakesAViewFontsAndACanvasForHeadingsAndBody) {
   BareSession session(tabulon_test::font_dir());
   ASSERT_EQ(0u, init_on_demand(session.file));
   EXPECT_NE(nullptr, session.file->draw.font_manager);
   ASSERT_NE(nullptr, session.file->draw.canvas);
+  ASSERT_NE(nullptr, session.file->draw.table);
   EXPECT_EQ(ZUVBIT_ARGB32, session.file->draw.bitmap.format);
-  EXPECT_EQ(101, session.file->draw.bitmap.width);
+  // Row headings 24 pixels wide, a separator, the body; without a workbook
+  // there is no row to give the column headings a height.
+  EXPECT_EQ(24 + 1 + 100, session.file->draw.bitmap.width);
   EXPECT_EQ(51, session.file->draw.bitmap.height);
   EXPECT_GE(session.file->draw.bitmap.bytes_per_row, 101u * 4);
   EXPECT_EQ(100u, session.file->draw.zoom);
@@ -199,7 +203,7 @@ TEST(Session, InitOnDemandMakesFontsAndACanvasOneLargerThanTheBuffer) {
   uint16_t none = 0;
   EXPECT_EQ(0u, kel_set_offscreen_buffer(session.file, 1, &none, 0, 0));
   EXPECT_EQ(ZUVBIT_RGB565, session.file->draw.bitmap.format);
-  EXPECT_EQ(1, session.file->draw.bitmap.width);
+  EXPECT_EQ(25, session.file->draw.bitmap.width);
   EXPECT_EQ(0u, kel_set_dpi(session.file, 96));
   EXPECT_EQ(133u, session.file->draw.zoom);
   EXPECT_EQ(fonts, session.file->draw.font_manager);
@@ -234,11 +238,11 @@ TEST(Session, CopyRectStaysInsideCanvasAndDestination) {
   // A wider request than the canvas has copies what there is, with the
   // destination's rows as wide as asked.
   std::vector<uint32_t> wide(8 * 2, 0xDEADBEEF);
-  copy_rect(session.file, 98, 49, 8, 5, 8, 5, wide.data());
-  EXPECT_EQ(49098u, wide[0]);
-  EXPECT_EQ(49100u, wide[2]);
+  copy_rect(session.file, 122, 49, 8, 5, 8, 5, wide.data());
+  EXPECT_EQ(49122u, wide[0]);
+  EXPECT_EQ(49124u, wide[2]);
   EXPECT_EQ(0xDEADBEEFu, wide[3]);
-  EXPECT_EQ(50098u, wide[8]);
+  EXPECT_EQ(50122u, wide[8]);
 }
 
 }  // namespace
