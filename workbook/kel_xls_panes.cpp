@@ -213,7 +213,9 @@ uint32_t xls_MERGEDCELLS_read(const xls_pool*, zuv_io* stream, unsigned char* bu
 }
 
 uint32_t xls_get_merged_cells(xls_sheet_t* sheet, xls_simple_array* merged) {
-  if (sheet->bof.type != BIFF_BOF_WORKSHEET) {
+  // The list is read where the scan met its first record: the paint asks
+  // for it every time, and the cells before it may be megabytes.
+  if (sheet->bof.type != BIFF_BOF_WORKSHEET || !sheet->merged_offset) {
     *merged = xls_simple_array{};
     merged->element_size = sizeof(xls_orange);
     merged->grow_step = 10;
@@ -221,5 +223,5 @@ uint32_t xls_get_merged_cells(xls_sheet_t* sheet, xls_simple_array* merged) {
   }
   xls_file* file = sheet->workbook;
   return xls_MERGEDCELLS_read(&file->pool, file->stream, file->second_record,
-                              sheet->bof_offset + 4 + BIFF_BOF_BODY, merged);
+                              sheet->merged_offset, merged);
 }

@@ -417,6 +417,7 @@ static uint32_t move_offsets(xls_file* file, uint32_t position, int32_t delta) {
     }
     move(&sheet->window2_offset);
     if (sheet->note_offset) move(&sheet->note_offset);
+    if (sheet->merged_offset) move(&sheet->merged_offset);
     for (int c = 0; c < sheet->charts.count; ++c)
       move(static_cast<uint32_t*>(xls_array_access(&sheet->charts, c)));
     if (!sheet->index_offset) continue;

@@ -306,6 +306,7 @@ static uint32_t scan_records(xls_file* file, xls_sheet_t* sheet, kel_record_curs
         }
         break;
       case BIFF_NOTE: if (!sheet->note_offset) sheet->note_offset = offset; break;
+      case BIFF_MERGEDCELLS: if (!sheet->merged_offset) sheet->merged_offset = offset; break;
       default: break;
     }
     uint16_t needed = body_needed(id);

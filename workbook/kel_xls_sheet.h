@@ -66,6 +66,7 @@ struct xls_sheet_t {
   xls_simple_array row_runs;  /* xls_row_run_t, kept only without INDEX */
   uint32_t window2_offset, new_window2_offset;
   uint32_t note_offset, new_note_offset;       /* first NOTE; 0 if none */
+  uint32_t merged_offset;     /* first MERGEDCELLS; 0 if none */
   /* Entry k: the height in twips of rows 0 to 256 * (k + 1) - 1, a fast
    * estimate that counts every row as following on from the one before. */
   uint32_t height_grid[XLS_HEIGHT_GRID];
