@@ -183,7 +183,9 @@ int command_render(const Options& options) {
   if (!status)
     status = kel_set_offscreen_buffer(session, format, body.data(), options.width,
                                       options.height);
-  // The heading sizes, asked of the engine as the bounds of the cell (-1, -1).
+  // The heading sizes, asked of the engine as the bounds of the cell (-1, -1),
+  // once the sheet is current: that call refuses while a chart is shown.
+  if (!status) status = kel_get_sheet_dimensions(session, sheet, nullptr, nullptr);
   if (!status)
     status = kel_cell_bounds(session, sheet, -1, -1, nullptr, nullptr, &heading_width,
                              &heading_height);
