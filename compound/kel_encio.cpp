@@ -9,6 +9,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "foundation/zuv_memio.h"
+
 /* ---- MD5 ---------------------------------------------------------------- */
 
 /* floor(abs(sin(i + 1)) * 2^32), RFC 1321 3.4 */
@@ -41,13 +43,6 @@ static uint32_t rotate_left(uint32_t value, unsigned bits) {
 static uint32_t get_le32(const uint8_t* bytes) {
   return (uint32_t)bytes[0] | ((uint32_t)bytes[1] << 8) |
          ((uint32_t)bytes[2] << 16) | ((uint32_t)bytes[3] << 24);
-}
-
-static void put_le32(uint8_t* bytes, uint32_t value) {
-  bytes[0] = (uint8_t)value;
-  bytes[1] = (uint8_t)(value >> 8);
-  bytes[2] = (uint8_t)(value >> 16);
-  bytes[3] = (uint8_t)(value >> 24);
 }
 
 /* The compression function of RFC 1321 3.4 in its compact form: the four

@@ -71,14 +71,25 @@ uint32_t io_read_le64(zuv_io* io, uint32_t offset, double* value) {
 }
 
 uint32_t io_write_le16(zuv_io* io, uint32_t offset, uint16_t value) {
-  uint8_t bytes[2] = {(uint8_t)value, (uint8_t)(value >> 8)};
+  unsigned char bytes[2];
+  put_le16(bytes, value);
   return io_write_exact(io, bytes, sizeof bytes, offset);
 }
 
 uint32_t io_write_le32(zuv_io* io, uint32_t offset, uint32_t value) {
-  uint8_t bytes[4] = {(uint8_t)value, (uint8_t)(value >> 8),
-                      (uint8_t)(value >> 16), (uint8_t)(value >> 24)};
+  unsigned char bytes[4];
+  put_le32(bytes, value);
   return io_write_exact(io, bytes, sizeof bytes, offset);
+}
+
+void put_le16(unsigned char* bytes, uint32_t value) {
+  bytes[0] = static_cast<unsigned char>(value);
+  bytes[1] = static_cast<unsigned char>(value >> 8);
+}
+
+void put_le32(unsigned char* bytes, uint32_t value) {
+  put_le16(bytes, value & 0xFFFF);
+  put_le16(bytes + 2, value >> 16);
 }
 
 /* The in-memory stream. */

@@ -31,6 +31,9 @@ uint32_t io_read_le32(zuv_io* io, uint32_t offset, uint32_t* value);
 uint32_t io_read_le64(zuv_io* io, uint32_t offset, double* value);
 uint32_t io_write_le16(zuv_io* io, uint32_t offset, uint16_t value);
 uint32_t io_write_le32(zuv_io* io, uint32_t offset, uint32_t value);
+/* The same values packed into memory, for records built before writing. */
+void put_le16(unsigned char* bytes, uint32_t value);
+void put_le32(unsigned char* bytes, uint32_t value);
 
 /* A stream over bytes in memory.  The record is the caller's (on the stack,
  * or inside another object) and must stay where it is while io is in use:

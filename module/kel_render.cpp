@@ -249,40 +249,40 @@ extern "C" KEL_API unsigned kel_select_area(kel_file* file, int sheet, int x, in
   return leave(0);
 }
 
-extern "C" KEL_API unsigned kel_select_row(kel_file* file, int sheet, int y1, int y2,
-                                           int* count) {
+/* Whole rows, between the pixels a and b down the sheet, or whole columns,
+ * between a and b across it; both positions on the one axis. */
+static uint32_t select_lines(kel_file* file, int sheet, int a, int b, bool rows, int* count) {
   if (count) *count = 0;
   xls_sheet_t* handle;
   uint32_t status = enter_sheet(file, sheet, true, &handle);
-  if (!status) status = kel_check_y(file, y1);
-  if (!status) status = kel_check_y(file, y2);
+  unsigned (*check)(kel_file*, int) = rows ? kel_check_y : kel_check_x;
+  if (!status) status = check(file, a);
+  if (!status) status = check(file, b);
   if (status) return leave(status);
   const KELTable* table = file->draw.table;
-  cell_t first = table->coord_to_cell(0, static_cast<uint32_t>(y1));
-  cell_t last = table->coord_to_cell(0, static_cast<uint32_t>(y2));
-  first.col = 0;
-  last.col = XLS_MAX_COLUMNS - 1;
+  uint32_t from = static_cast<uint32_t>(a), to = static_cast<uint32_t>(b);
+  cell_t first = rows ? table->coord_to_cell(0, from) : table->coord_to_cell(from, 0);
+  cell_t last = rows ? table->coord_to_cell(0, to) : table->coord_to_cell(to, 0);
+  if (rows) {
+    first.col = 0;
+    last.col = XLS_MAX_COLUMNS - 1;
+  } else {
+    first.row = 0;
+    last.row = XLS_MAX_ROWS - 1;
+  }
   select_cells(file, sheet, first, last);
-  if (count) *count = last.row - first.row + 1;
+  if (count) *count = rows ? last.row - first.row + 1 : last.col - first.col + 1;
   return leave(0);
+}
+
+extern "C" KEL_API unsigned kel_select_row(kel_file* file, int sheet, int y1, int y2,
+                                           int* count) {
+  return select_lines(file, sheet, y1, y2, true, count);
 }
 
 extern "C" KEL_API unsigned kel_select_column(kel_file* file, int sheet, int x1, int x2,
                                               int* count) {
-  if (count) *count = 0;
-  xls_sheet_t* handle;
-  uint32_t status = enter_sheet(file, sheet, true, &handle);
-  if (!status) status = kel_check_x(file, x1);
-  if (!status) status = kel_check_x(file, x2);
-  if (status) return leave(status);
-  const KELTable* table = file->draw.table;
-  cell_t first = table->coord_to_cell(static_cast<uint32_t>(x1), 0);
-  cell_t last = table->coord_to_cell(static_cast<uint32_t>(x2), 0);
-  first.row = 0;
-  last.row = XLS_MAX_ROWS - 1;
-  select_cells(file, sheet, first, last);
-  if (count) *count = last.col - first.col + 1;
-  return leave(0);
+  return select_lines(file, sheet, x1, x2, false, count);
 }
 
 extern "C" KEL_API unsigned kel_clear_selection(kel_file* file) {

@@ -20,21 +20,11 @@ struct record_writer {
   uint32_t status;
 };
 
-static void put16(unsigned char* at, uint32_t value) {
-  at[0] = static_cast<unsigned char>(value);
-  at[1] = static_cast<unsigned char>(value >> 8);
-}
-
-static void put32(unsigned char* at, uint32_t value) {
-  put16(at, value & 0xFFFF);
-  put16(at + 2, value >> 16);
-}
-
 /* Writes the record whose body stands at buffer + 4. */
 static void emit(record_writer* writer, uint16_t id, uint16_t length) {
   if (writer->status) return;
-  put16(writer->buffer, id);
-  put16(writer->buffer + 2, length);
+  put_le16(writer->buffer, id);
+  put_le16(writer->buffer + 2, length);
   uint32_t size = 4u + length;
   uint32_t put = writer->stream->write(writer->stream->context, writer->buffer, size,
                                        writer->offset, &writer->status);
@@ -49,33 +39,33 @@ static unsigned char* body(record_writer* writer, uint16_t length) {
 
 static void emit_bof(record_writer* writer, uint16_t type) {
   unsigned char* b = body(writer, 16);
-  put16(b, BIFF_VERSION_8);
-  put16(b + 2, type);
-  put16(b + 4, 0x2775);
-  put16(b + 6, 0x7CD);
-  put32(b + 8, 0x80C1);
-  put32(b + 12, 0x206);
+  put_le16(b, BIFF_VERSION_8);
+  put_le16(b + 2, type);
+  put_le16(b + 4, 0x2775);
+  put_le16(b + 6, 0x7CD);
+  put_le32(b + 8, 0x80C1);
+  put_le32(b + 12, 0x206);
   emit(writer, BIFF_BOF, 16);
 }
 
 static void emit_globals(record_writer* writer) {
   emit_bof(writer, BIFF_BOF_GLOBALS);
-  put16(body(writer, 2), 1200);  // CODEPAGE: UTF-16
+  put_le16(body(writer, 2), 1200);  // CODEPAGE: UTF-16
   emit(writer, 0x0042, 2);
   unsigned char* b = body(writer, 18);  // WINDOW1
-  put16(b + 4, 0x3A00);
-  put16(b + 6, 0x2300);
-  put16(b + 8, 0x0038);
-  put16(b + 14, 1);
-  put16(b + 16, 0x0258);
+  put_le16(b + 4, 0x3A00);
+  put_le16(b + 6, 0x2300);
+  put_le16(b + 8, 0x0038);
+  put_le16(b + 14, 1);
+  put_le16(b + 16, 0x0258);
   emit(writer, BIFF_WINDOW1, 18);
   body(writer, 2);  // DATEMODE: the 1900 calendar
   emit(writer, BIFF_DATEMODE, 2);
   for (int i = 0; i < 4; ++i) {  // FONT: Arial 10; the format has no font 4
     b = body(writer, 21);
-    put16(b, 200);
-    put16(b + 4, 0x7FFF);
-    put16(b + 6, 400);
+    put_le16(b, 200);
+    put_le16(b + 4, 0x7FFF);
+    put_le16(b + 6, 400);
     b[11] = 2;  // sans
     b[14] = 5;
     memcpy(b + 16, "Arial", 5);
@@ -84,13 +74,13 @@ static void emit_globals(record_writer* writer) {
   // XF: fifteen style XFs, then the cell XF 15 that every cell starts with.
   for (int i = 0; i < 16; ++i) {
     b = body(writer, 20);
-    put16(b + 4, i < 15 ? 0xFFF5 : 0x0001);
+    put_le16(b + 4, i < 15 ? 0xFFF5 : 0x0001);
     b[6] = 0x20;  // bottom aligned
-    put16(b + 18, 0x20C0);
+    put_le16(b + 18, 0x20C0);
     emit(writer, BIFF_XF, 20);
   }
   b = body(writer, 4);  // STYLE: Normal
-  put16(b, 0x8000);
+  put_le16(b, 0x8000);
   b[3] = 0xFF;
   emit(writer, BIFF_STYLE, 4);
 }
@@ -104,7 +94,7 @@ static void emit_boundsheet(record_writer* writer, const unsigned short* name) {
   b[7] = wide ? 1 : 0;
   for (uint16_t i = 0; i < count; ++i) {
     if (wide)
-      put16(b + 8 + 2 * i, name[i]);
+      put_le16(b + 8 + 2 * i, name[i]);
     else
       b[8 + i] = static_cast<unsigned char>(name[i]);
   }
@@ -113,8 +103,8 @@ static void emit_boundsheet(record_writer* writer, const unsigned short* name) {
 
 static void emit_tail(record_writer* writer) {
   unsigned char* b = body(writer, 4);  // COUNTRY
-  put16(b, 1);
-  put16(b + 2, 1);
+  put_le16(b, 1);
+  put_le16(b + 2, 1);
   emit(writer, 0x008C, 4);
   body(writer, 8);  // SST: no strings yet
   emit(writer, BIFF_SST, 8);
@@ -127,13 +117,13 @@ static void insert_empty_worksheet(record_writer* writer, bool first) {
   body(writer, 16);  // INDEX of no rows
   emit(writer, BIFF_INDEX, 16);
   unsigned char* b = body(writer, 4);
-  put16(b + 2, 0xFF);
+  put_le16(b + 2, 0xFF);
   emit(writer, BIFF_DEFAULTROWHEIGHT, 4);
   body(writer, 14);
   emit(writer, BIFF_DIMENSIONS, 14);
   b = body(writer, 18);
-  put16(b, first ? 0x06B6 : 0x00B6);  // the first sheet is the selected one
-  put16(b + 6, 0x40);
+  put_le16(b, first ? 0x06B6 : 0x00B6);  // the first sheet is the selected one
+  put_le16(b + 6, 0x40);
   emit(writer, BIFF_WINDOW2, 18);
   emit(writer, BIFF_EOF, 0);
 }

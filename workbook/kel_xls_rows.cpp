@@ -379,16 +379,6 @@ bool xls_is_col_hidden(const xls_sheet_t* sheet, uint8_t column) {
  * move_offsets brings the offsets the workbook keeps along.
  */
 
-static void store_le16(unsigned char* bytes, uint32_t value) {
-  bytes[0] = static_cast<unsigned char>(value);
-  bytes[1] = static_cast<unsigned char>(value >> 8);
-}
-
-static void store_le32(unsigned char* bytes, uint32_t value) {
-  store_le16(bytes, value & 0xFFFF);
-  store_le16(bytes + 2, value >> 16);
-}
-
 static uint32_t write_bytes(zuv_io* stream, uint32_t at, const void* bytes, uint32_t size) {
   uint32_t status = 0;
   if (stream->write(stream->context, bytes, size, at, &status) != size)
@@ -434,7 +424,7 @@ static uint32_t move_offsets(xls_file* file, uint32_t position, int32_t delta) {
     for (uint32_t at = 0; at < size; at += 4) {
       uint32_t dbcell = get_le32(entries + at);
       if (dbcell < from) continue;
-      store_le32(entries + at, dbcell + delta);
+      put_le32(entries + at, dbcell + delta);
       if (moved == size) moved = at;
     }
     if (moved < size)
@@ -527,8 +517,8 @@ static uint32_t rewrite_dbcell(xls_file* file, row_block* block) {
   if (status) return status;
   block->dbcell_length = static_cast<uint16_t>(length);
   unsigned char body[4 + 2 + 4 + 2 * 32] = {};
-  store_le16(body, static_cast<uint16_t>(length));
-  store_le32(body + 2, rows ? block->dbcell - block->start : 0);
+  put_le16(body, static_cast<uint16_t>(length));
+  put_le32(body + 2, rows ? block->dbcell - block->start : 0);
   return write_bytes(file->stream, block->dbcell + 2, body, 2 + length);
 }
 
@@ -596,8 +586,8 @@ static uint32_t add_blocks(xls_sheet_t* sheet, bool in_front, uint32_t count) {
   const uint32_t piece_records = 32;
   unsigned char bytes[8 * piece_records] = {};
   for (uint32_t i = 0; i < piece_records; ++i) {
-    store_le16(bytes + 8 * i, BIFF_DBCELL);
-    store_le16(bytes + 8 * i + 2, 4);
+    put_le16(bytes + 8 * i, BIFF_DBCELL);
+    put_le16(bytes + 8 * i + 2, 4);
   }
   for (uint32_t done = 0; done < count && !status; done += piece_records) {
     uint32_t piece = count - done < piece_records ? count - done : piece_records;
@@ -661,8 +651,8 @@ static uint32_t lower_first_row(xls_sheet_t* sheet, uint32_t shift) {
       return status ? status : KEL_ERR_END_OF_FILE;
     // The records are whole 20-byte ROWs; their headers are plain.
     for (uint32_t r = 0; r < size; r += BIFF_ROW_SIZE) {
-      store_le16(moved + r, BIFF_ROW);
-      store_le16(moved + r + 2, BIFF_ROW_SIZE - 4);
+      put_le16(moved + r, BIFF_ROW);
+      put_le16(moved + r + 2, BIFF_ROW_SIZE - 4);
     }
     // The DBCELLs still hold their old distances: both blocks are followed
     // by hand rather than read again.
@@ -715,50 +705,42 @@ static uint32_t block_of_row(xls_sheet_t* sheet, uint16_t row, uint32_t* dbcell)
 
 static void row_body(const biff_row_v2* row, unsigned char* body) {
   memset(body, 0, BIFF_ROW_SIZE - 4);
-  store_le16(body, row->row);
-  store_le16(body + 2, row->first_col);
-  store_le16(body + 4, row->last_col);
-  store_le16(body + 6, row->height);
-  store_le16(body + 12, row->flags);
-  store_le16(body + 14, row->xf);
+  put_le16(body, row->row);
+  put_le16(body + 2, row->first_col);
+  put_le16(body + 4, row->last_col);
+  put_le16(body + 6, row->height);
+  put_le16(body + 12, row->flags);
+  put_le16(body + 14, row->xf);
 }
 
 /* Writes the height and flags of row into its ROW record, which is made if
  * the row has none. */
-static uint32_t write_row(xls_sheet_t* sheet, const biff_row_v2* row) {
+/* The two fields a change touches, where the record stands: the rest of it
+ * stays as written. */
+static uint32_t write_row_fields(zuv_io* stream, uint32_t offset, const biff_row_v2* row) {
+  uint32_t status = io_write_le16(stream, offset + 4 + 6, row->height);
+  return status ? status : io_write_le16(stream, offset + 4 + 12, row->flags);
+}
+
+/* Stores row; offset is where its record stands, if the reader said (0
+ * otherwise). */
+static uint32_t write_row(xls_sheet_t* sheet, const biff_row_v2* row, uint32_t offset) {
   xls_file* file = sheet->workbook;
   zuv_io* stream = file->stream;
-  uint32_t dbcell = 0, offset = 0;
-  if (!sheet->index_offset) {
-    // Without INDEX a row can only be changed where its record stands.
-    biff_row_v2 old;
-    bool missing = true;
-    uint32_t status = xls_sheet_read_ROW(sheet, row->row, &old, &missing, &offset);
-    if (status) return status;
-    if (missing) return KEL_ERR_UNSUPPORTED;
-    unsigned char field[2];
-    store_le16(field, row->height);
-    status = write_bytes(stream, offset + 4 + 6, field, 2);
-    store_le16(field, row->flags);
-    return status ? status : write_bytes(stream, offset + 4 + 12, field, 2);
-  }
+  if (offset) return write_row_fields(stream, offset, row);
+  // Without INDEX a row has no block that a new record could go into.
+  if (!sheet->index_offset) return KEL_ERR_UNSUPPORTED;
+  uint32_t dbcell = 0;
   row_block block;
   bool found = false;
   uint32_t status = block_of_row(sheet, row->row, &dbcell);
   if (!status) status = read_block(stream, dbcell, &block);
   if (!status) status = place_in_block(stream, &block, row->row, &offset, &found);
   if (status) return status;
-  if (found) {
-    // Only the two fields change: the rest of the record stays as written.
-    unsigned char field[2];
-    store_le16(field, row->height);
-    status = write_bytes(stream, offset + 4 + 6, field, 2);
-    store_le16(field, row->flags);
-    return status ? status : write_bytes(stream, offset + 4 + 12, field, 2);
-  }
+  if (found) return write_row_fields(stream, offset, row);
   unsigned char record[BIFF_ROW_SIZE];
-  store_le16(record, BIFF_ROW);
-  store_le16(record + 2, BIFF_ROW_SIZE - 4);
+  put_le16(record, BIFF_ROW);
+  put_le16(record + 2, BIFF_ROW_SIZE - 4);
   row_body(row, record + 4);
   status = insert_bytes(file, offset, record, sizeof record);
   if (status) return status;
@@ -785,11 +767,12 @@ static uint32_t change_row(xls_sheet_t* sheet, uint16_t row, Change change) {
   if (sheet->sheet_protected) return KEL_ERR_SHEET_PROTECTED;
   xls_file* file = sheet->workbook;
   biff_row_v2 record;
-  uint32_t status = xls_sheet_read_ROW(sheet, row, &record, nullptr, nullptr);
+  uint32_t offset = 0;
+  uint32_t status = xls_sheet_read_ROW(sheet, row, &record, nullptr, &offset);
   if (status) return status;
   biff_row_v2 wished = record;
   if (!change(&wished)) return 0;
-  status = write_row(sheet, &wished);
+  status = write_row(sheet, &wished, offset);
   if (status) return status;
   file->row_cache_flags &= ~XLS_ROW_CACHE_VALID;
   update_height_grid(sheet, row,

@@ -185,7 +185,8 @@ uint32_t xls_read_height_grid(const xls_pool* pool, zuv_io* stream,
                               uint32_t* grid);
 /* Reads row's ROW record of the sheet (through INDEX, else through the runs
  * the scan noted); a row without one gets the default form and *not_found
- * (if given) true.  *offset, if given, gets the record's stream offset. */
+ * (if given) true.  *offset, if given, gets the record's stream offset when
+ * the runs found it, and is left as it is through INDEX. */
 uint32_t xls_sheet_read_ROW(xls_sheet_t* sheet, uint16_t row, biff_row_v2* result,
                             bool* not_found, uint32_t* offset);
 /* Lays the height grid and empties the window: after the scan, and after
