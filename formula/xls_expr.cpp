@@ -3,8 +3,98 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "formula/xls_func_table.h"
 #include "foundation/zuv_uni_string.h"
 #include "kel_status.h"
+
+xls_expr_op_t expr_op(const xls_expr_t* node) { return static_cast<xls_expr_op_t>(node->op); }
+
+xls_expr_t* expr_from_idx(const xls_packed_expr_t* packed, uint32_t index) {
+  if ((packed->flags & XLS_EXPR_UNPARSED) || index >= packed->count) return nullptr;
+  return &packed->nodes[index];
+}
+
+xls_expr_t* expr_root_expr(const xls_packed_expr_t* packed) {
+  if ((packed->flags & XLS_EXPR_UNPARSED) || packed->count == 0) return nullptr;
+  return &packed->nodes[packed->count - 1];
+}
+
+xls_expr_t* expr_binary_left(const xls_packed_expr_t* packed, const xls_expr_t* node) {
+  return expr_from_idx(packed, node->u.binary.left);
+}
+
+xls_expr_t* expr_binary_right(const xls_packed_expr_t* packed, const xls_expr_t* node) {
+  return expr_from_idx(packed, node->u.binary.right);
+}
+
+xls_expr_t* expr_unary(const xls_packed_expr_t* packed, const xls_expr_t* node) {
+  return expr_from_idx(packed, node->u.unary);
+}
+
+xls_expr_t* expr_func_param(const xls_packed_expr_t* packed, const xls_expr_t* node, uint32_t i) {
+  if (i >= node->u.func.count) return nullptr;
+  return expr_from_idx(packed, xls_expr_params(node)[i]);
+}
+
+uint32_t expr_func_param_count(const xls_expr_t* node) { return node->u.func.count; }
+
+const unsigned short* expr_func_name(const xls_expr_t* node) {
+  const expr_func_desc_t* row = expr_func_row(node->u.func.number);
+  return row ? row->name : nullptr;
+}
+
+xls_value_t* expr_constant(xls_expr_t* node) { return &node->u.constant; }
+xls_cell_ref_t* expr_cellref(xls_expr_t* node) { return &node->u.cell; }
+xls_packed_expr_t* expr_array(xls_expr_t* node) { return &node->u.array.packed; }
+xls_shared_expr* expr_shared_expr(const xls_expr_t* node) { return node->u.shared; }
+
+xls_packed_expr_t* expr_name_expr(const xls_expr_t* node) {
+  xls_expr_named_t* named = node->u.name.named;
+  return named && named->parsed ? &named->packed : nullptr;
+}
+
+xls_packed_expr_t* expr_name_x_expr(const xls_expr_t* node) { return expr_name_expr(node); }
+
+bool expr_func_ignore_for_circular(const xls_expr_t* node) {
+  const expr_func_desc_t* row = expr_func_row(node->u.func.number);
+  return row && row->ignore_for_circular;
+}
+
+bool xls_is_parsed_expr(const xls_packed_expr_t* packed) {
+  return !(packed->flags & XLS_EXPR_UNPARSED) && packed->count > 0;
+}
+
+xls_shared_expr* expr_shared_expr_from_val(const xls_value_t* value) {
+  if (value->kind != vt_expr) return nullptr;
+  const xls_packed_expr_t& packed = value->u.expr.packed;
+  if ((packed.flags & XLS_EXPR_UNPARSED) || packed.count != 1 || packed.nodes[0].op != xop_shared)
+    return nullptr;
+  return packed.nodes[0].u.shared;
+}
+
+bool expr_is_shared_formula_or_array(const xls_value_t* value) {
+  if (value->kind != vt_expr) return false;
+  const xls_packed_expr_t& packed = value->u.expr.packed;
+  if (packed.flags & XLS_EXPR_UNPARSED)
+    return (packed.flags & (XLS_EXPR_UNPARSED_SHARED | XLS_EXPR_UNPARSED_ARRAY)) != 0;
+  return expr_shared_expr_from_val(value) != nullptr;
+}
+
+bool expr_is_shared_formula(const xls_value_t* value) {
+  if (value->kind != vt_expr) return false;
+  if (value->u.expr.packed.flags & XLS_EXPR_UNPARSED)
+    return (value->u.expr.packed.flags & XLS_EXPR_UNPARSED_SHARED) != 0;
+  xls_shared_expr* shared = expr_shared_expr_from_val(value);
+  return shared && !(shared->flags & XLS_SHARED_ARRAY);
+}
+
+bool expr_is_array(const xls_value_t* value) {
+  if (value->kind != vt_expr) return false;
+  if (value->u.expr.packed.flags & XLS_EXPR_UNPARSED)
+    return (value->u.expr.packed.flags & XLS_EXPR_UNPARSED_ARRAY) != 0;
+  xls_shared_expr* shared = expr_shared_expr_from_val(value);
+  return shared && (shared->flags & XLS_SHARED_ARRAY);
+}
 
 const uint16_t* xls_expr_params(const xls_expr_t* node) {
   return node->u.func.count > XLS_EXPR_INLINE_PARAMS ? node->u.func.params
@@ -12,7 +102,7 @@ const uint16_t* xls_expr_params(const xls_expr_t* node) {
 }
 
 /* Frees what one node owns; names and shared records belong elsewhere. */
-static void free_node_parts(xls_expr_t* node) {
+void expr_free(xls_expr_t* node) {
   switch (node->op) {
     case xop_constant:
       xls_free_value(&node->u.constant);
@@ -22,19 +112,19 @@ static void free_node_parts(xls_expr_t* node) {
       break;
     case xop_array:
       xls_free_value(&node->u.array.value);
-      xls_packed_expr_free(&node->u.array.packed);
+      expr_free(&node->u.array.packed, true);
       break;
     default:
       break;
   }
 }
 
-void xls_packed_expr_free(xls_packed_expr_t* packed) {
+void expr_free(xls_packed_expr_t* packed, bool free_block) {
   if (packed->flags & XLS_EXPR_UNPARSED) {
     if (!(packed->flags & XLS_EXPR_UNPARSED_ARRAY)) free(packed->text);
   } else if (packed->nodes) {
-    for (uint16_t i = 0; i < packed->count; ++i) free_node_parts(&packed->nodes[i]);
-    free(packed->nodes);
+    for (uint16_t i = 0; i < packed->count; ++i) expr_free(&packed->nodes[i]);
+    if (free_block) free(packed->nodes);
   }
   memset(packed, 0, sizeof *packed);
 }
@@ -97,7 +187,7 @@ uint32_t xls_packed_expr_copy(xls_packed_expr_t* target,
   for (; copy.count < source->count; ++copy.count) {
     uint32_t status = copy_node_parts(&nodes[copy.count], &source->nodes[copy.count]);
     if (status) {
-      xls_packed_expr_free(&copy);
+      expr_free(&copy, true);
       return status;
     }
   }

@@ -152,7 +152,7 @@ void xls_free_value(xls_value_t* value) {
       xls_free_basic_value(&value->u.basic);
       break;
     case vt_expr:
-      xls_packed_expr_free(&value->u.expr.packed);
+      expr_free(&value->u.expr.packed, true);
       xls_free_basic_value(&value->u.expr.cache);
       break;
     case vt_range:
@@ -224,7 +224,7 @@ uint32_t xls_value_copy(xls_value_t* target, const xls_value_t* source) {
       xls_basic_value_t cache;
       status = xls_copy_basic_value(&cache, &source->u.expr.cache);
       if (status) {
-        xls_packed_expr_free(&packed);
+        expr_free(&packed, true);
         return status;
       }
       xls_create_expr_value(target, &packed, &cache);

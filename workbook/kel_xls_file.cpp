@@ -12,6 +12,8 @@
 #include "foundation/zuv_memio.h"
 #include "foundation/zuv_uni_string.h"
 #include "view/zuv_font_emulation.h"
+#include "workbook/kel_xls_names.h"
+#include "workbook/kel_xls_recalc.h"
 #include "workbook/kel_xls_sheet.h"
 #include "workbook/kel_xls_sst_texts.h"
 #include "workbook/kel_xls_string.h"
@@ -277,7 +279,7 @@ static uint32_t read_externsheet(xls_file* file, const unsigned char* body, uint
 static uint32_t read_name(xls_file* file, uint32_t offset, const unsigned char* body,
                           uint16_t length) {
   if (length < 14) return KEL_ERR_GENERAL;
-  biff_name name = {};
+  xls_expr_named_t name = {};
   name.offset = offset;
   name.flags = get_le16(body);
   return table_push(&file->names_info, &file->names, name);
@@ -416,8 +418,9 @@ static void free_tables(xls_file* file) {
   for (int i = 0; i < file->sheets_info.count; ++i) sheet_destructor(file->sheets[i]);
   free(file->sheets);
   free(file->externsheets);
-  for (int i = 0; i < file->names_info.count; ++i) free(file->names[i].name);
-  free(file->names);
+  xls_free_names(file);
+  free(file->unsupported);
+  free(file->expr_stack);
   free(file->palette);
 }
 
@@ -509,7 +512,12 @@ uint32_t xls_open(const xls_pool* pool, xls_file** result, int read_cells,
   file->styles_info.element_size = sizeof(biff_style);
   file->sheets_info.element_size = sizeof(xls_sheet_t*);
   file->externsheets_info.element_size = sizeof(xls_externsheet_t);
-  file->names_info.element_size = sizeof(biff_name);
+  file->names_info.element_size = sizeof(xls_expr_named_t);
+  file->unsupported_info.element_size = sizeof(xls_apos_sheet);
+  file->expr_stack_info.element_size = sizeof(uint16_t);
+  // Room for the operands of all but freak formulas, kept for the session.
+  file->expr_stack = static_cast<uint16_t*>(malloc(1000 * sizeof(uint16_t)));
+  if (file->expr_stack) file->expr_stack_info.capacity = 1000;
   file->bof = {BIFF_VERSION_8, BIFF_BOF_GLOBALS, 0x2775, 0x7CD, 0x80C1, 0x206};
   file->own_supbook = 0xFFFF;
 
@@ -521,6 +529,7 @@ uint32_t xls_open(const xls_pool* pool, xls_file** result, int read_cells,
     status = open_stream(file, first);
   }
   if (!status) status = read_workbook(file);
+  if (!status) status = xls_read_names(file);
   if (!status && read_cells) status = scan_sheets(file);
   if (!status && file->window1_offset == 0) status = KEL_ERR_GENERAL;
   if (status) {
@@ -535,6 +544,15 @@ uint32_t xls_open(const xls_pool* pool, xls_file** result, int read_cells,
     }
   }
   compute_default_zero_char_twips(file);
+  if (read_cells) {
+    uint32_t count = 0;
+    xls_unsupported_cells(file, &count);
+    if (count == 0) status = xls_recalc_in_file_order(file, locale);
+    if (status) {
+      xls_close(file);
+      return status;
+    }
+  }
   if (file->active_tab < static_cast<uint32_t>(file->sheets_info.count))
     file->active_sheet = file->sheets[file->active_tab];
   else if (file->sheets_info.count > 0)

@@ -20,6 +20,7 @@
 #include "foundation/zuv_array.h"
 #include "foundation/zuv_io.h"
 #include "platform/zuv_platform.h"
+#include "formula/xls_expr.h"
 #include "workbook/kel_xls_records.h"
 
 struct xls_file;
@@ -56,6 +57,7 @@ enum { XLS_FILE_CHANGED = 0x01 };
 enum { XLS_ROW_CACHE_ENABLED = 0x01, XLS_ROW_CACHE_VALID = 0x02 };
 
 struct xls_sst_texts;
+struct xls_apos_sheet;
 
 struct xls_file {
   kel_wb_cache_t* cached;  /* not null: an OOXML workbook, and nothing below is used */
@@ -98,7 +100,11 @@ struct xls_file {
   xls_array_info externsheets_info;
   xls_externsheet_t* externsheets;
   xls_array_info names_info;
-  biff_name* names;
+  xls_expr_named_t* names;  /* fixed once the open is done: nodes point in */
+  xls_array_info expr_stack_info;  /* the formula reader's operand stack */
+  uint16_t* expr_stack;
+  xls_array_info unsupported_info; /* formula cells the engine can't compute */
+  xls_apos_sheet* unsupported;
   biff_row_v2 row_cache;     /* the last ROW read while the view paints */
   uint8_t row_cache_flags;   /* XLS_ROW_CACHE_ */
   uint32_t active_tab;       /* WINDOW1's active sheet at open */
@@ -153,6 +159,12 @@ uint32_t xls_font_count(const xls_file* file);
 uint32_t xls_format_count(const xls_file* file);
 uint32_t xls_xf_count(const xls_file* file);
 uint32_t xls_name_count(const xls_file* file);
+
+/* The formula cells the engine cannot compute.  While there is one, the
+ * workbook is not recalculated: every formula keeps the result the file
+ * cached. */
+const xls_apos_sheet* xls_unsupported_cells(const xls_file* file, uint32_t* count);
+uint32_t xls_add_unsupported_cell(xls_file* file, const xls_apos_sheet& position);
 
 /* True when text is a string of file's in-memory shared string table, which
  * cell values borrow rather than own. */

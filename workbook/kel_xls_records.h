@@ -137,23 +137,13 @@ struct biff_style {
   unsigned short* name; /* owned; null for a built-in style */
 };
 
-/* A defined name.  Until its formula is read, it stays unparsed and only the
- * NAME record's offset is kept. */
-struct xls_sheet_t;
-struct biff_name {
-  int32_t parsed;
-  xls_sheet_t* sheet;   /* parsed: the sheet of a local name, null for global */
-  uint32_t offset;      /* unparsed: the NAME record */
-  uint16_t flags;
-  unsigned short* name; /* owned; null while unparsed */
-};
-
 enum { BIFF_NAME_BUILTIN = 0x0020 };
 
 /* An EXTERNSHEET entry.  For the own workbook's SUPBOOK the sheets are
  * resolved; XLS_EXTERN_DELETED and XLS_EXTERN_WORKBOOK stand for a deleted
  * sheet and a reference to the whole workbook.  Entries of other workbooks
  * keep their raw sheet numbers. */
+struct xls_sheet_t;
 #define XLS_EXTERN_DELETED (reinterpret_cast<xls_sheet_t*>(1))
 #define XLS_EXTERN_WORKBOOK (reinterpret_cast<xls_sheet_t*>(2))
 struct xls_externsheet_t {

@@ -8,6 +8,7 @@
 
 #include "compound/kel_io_stack.h"
 #include "compound/kel_record_cursor.h"
+#include "formula/xls_formula_codec.h"
 #include "foundation/zuv_memio.h"
 #include "workbook/kel_xls_file.h"
 #include "workbook/kel_xls_sheet.h"
@@ -207,23 +208,92 @@ static uint32_t read_formula_result(xls_file* file, const unsigned char* body,
   return 0;
 }
 
-/* A formula cell keeps the result the file has cached beside its formula;
- * the tokens are read by the formula reader. */
+/* The formula of a cell, unless it can't be read; then the cell keeps the
+ * cached result alone, as an error 42 if the tokens can't be read at all,
+ * and goes on the list of unsupported cells. */
+static uint32_t add_unsupported(xls_file* file, xls_sheet_t* sheet, uint32_t row,
+                                uint32_t column) {
+  xls_apos_sheet position = {sheet, static_cast<uint16_t>(row), static_cast<uint8_t>(column)};
+  return xls_add_unsupported_cell(file, position);
+}
+
+/* A SHRFMLA or ARRAY record behind a FORMULA: its expression joins the
+ * sheet's shared expressions.  Not being able to read it is no failure:
+ * the cells that use it are unsupported. */
+static uint32_t read_shared_record(xls_file* file, xls_sheet_t* sheet, uint32_t offset,
+                                   uint16_t id, uint16_t length, const biff_formula* origin,
+                                   dynamic_expr_t* scratch) {
+  bool array = id == BIFF_ARRAY;
+  uint32_t tokens_at = array ? 14 : 10;
+  if (length < tokens_at) return KEL_ERR_GENERAL;
+  uint32_t status = kel_read_record(file->stream, offset, file->second_record, 0xFFFF);
+  if (status) return status;
+  const unsigned char* body = file->second_record + 4;
+  uint32_t token_length = get_le16(body + tokens_at - 2);
+  if (tokens_at + token_length > length) return KEL_ERR_GENERAL;
+  xls_shared_expr record = {};
+  record.flags = array ? XLS_SHARED_ARRAY : 0;
+  record.first_row = get_le16(body);
+  record.last_row = get_le16(body + 2);
+  record.first_column = body[4];
+  record.last_column = body[5];
+  record.array_row = record.first_row;
+  record.array_column = record.first_column;
+  biff_formula anchor = {record.first_row, record.first_column};
+  bool unsupported = false;
+  status = expr_read_formula(file, sheet, body + tokens_at, token_length, length - tokens_at,
+                             &anchor, scratch, &record.packed, &unsupported);
+  if (status == KEL_ERR_UNSUPPORTED || (!status && unsupported)) {
+    expr_free(&record.packed, true);
+    return add_unsupported(file, sheet, origin->row, origin->column);
+  }
+  if (status) return status;
+  status = xls_array_insert(&sheet->shared_exprs, sheet->shared_exprs.count, &record);
+  if (status) expr_free(&record.packed, true);
+  return status;
+}
+
+/* A formula cell: its tree beside the result the file cached.  A formula
+ * whose tokens can't be read keeps that result alone; such a cell, and one
+ * whose tree calls what the engine can't compute, goes on the list of
+ * unsupported cells.  The tokens stay in the cursor's buffer throughout:
+ * the records behind are read into the second buffer. */
 static uint32_t read_formula(xls_file* file, xls_sheet_t* sheet, const unsigned char* body,
-                             uint16_t length, uint32_t next) {
+                             uint16_t length, uint32_t next, dynamic_expr_t* scratch) {
   if (length < 22 || length < 22u + get_le16(body + 20)) return KEL_ERR_GENERAL;
+  uint32_t row = get_le16(body), column = get_le16(body + 2);
+  uint16_t xf = get_le16(body + 4);
+  uint8_t flags = static_cast<uint8_t>(get_le16(body + 14));
+  biff_formula origin = {static_cast<uint16_t>(row), static_cast<uint16_t>(column)};
+  uint16_t next_id = 0, next_length = 0;
+  uint32_t status = kel_read_header(file->stream, next, &next_id, &next_length);
+  if (!status && (next_id == BIFF_SHRFMLA || next_id == BIFF_ARRAY))
+    status = read_shared_record(file, sheet, next, next_id, next_length, &origin, scratch);
+  if (status) return status;
   xls_basic_value_t cache;
-  uint32_t status = read_formula_result(file, body, next, &cache);
+  status = read_formula_result(file, body, next, &cache);
   if (status) return status;
   xls_value_t value;
   if (cache.kind == bvt_error && cache.u.error > 0xFF) {
     xls_value_error(&value, cache.u.error);
-  } else {
-    xls_packed_expr_t packed = {};
-    xls_create_expr_value(&value, &packed, &cache);
+    return add_cell(sheet, column, row, xf, flags, &value, XLS_NO_SST_INDEX);
   }
-  return add_cell(sheet, get_le16(body + 2), get_le16(body), get_le16(body + 4),
-                  static_cast<uint8_t>(get_le16(body + 14)), &value, XLS_NO_SST_INDEX);
+  xls_packed_expr_t packed = {};
+  bool unsupported = false;
+  status = expr_read_formula(file, sheet, body + 22, get_le16(body + 20), length - 22u,
+                             &origin, scratch, &packed, &unsupported);
+  if (status == KEL_ERR_UNSUPPORTED) unsupported = true;
+  else if (status) {
+    xls_free_basic_value(&cache);
+    return status;
+  }
+  xls_create_expr_value(&value, &packed, &cache);
+  status = unsupported ? add_unsupported(file, sheet, row, column) : 0;
+  if (status) {
+    xls_free_value(&value);
+    return status;
+  }
+  return add_cell(sheet, column, row, xf, flags, &value, XLS_NO_SST_INDEX);
 }
 
 /* Bytes of its body that a record needs before it is acted on; a record
@@ -274,7 +344,8 @@ static uint32_t note_row_run(kel_record_cursor* cursor, xls_sheet_t* sheet, uint
   return xls_simple_array_insert(runs, runs->count, &run);
 }
 
-static uint32_t scan_records(xls_file* file, xls_sheet_t* sheet, kel_record_cursor* cursor) {
+static uint32_t scan_records(xls_file* file, xls_sheet_t* sheet, kel_record_cursor* cursor,
+                             dynamic_expr_t* scratch) {
   zuv_io* stream = file->stream;
   uint32_t end = stream->get_size(stream->context);
   uint32_t offset = sheet->bof_offset + 4 + BIFF_BOF_BODY;
@@ -341,7 +412,7 @@ static uint32_t scan_records(xls_file* file, xls_sheet_t* sheet, kel_record_curs
           status = add_basic_cell(sheet, body, &value);
           break;
         case BIFF_FORMULA: case BIFF_FORMULA_OLD: case BIFF_FORMULA_BIFF4:
-          status = read_formula(file, sheet, body, length, next);
+          status = read_formula(file, sheet, body, length, next, scratch);
           break;
         case BIFF_DEFAULTROWHEIGHT:
           sheet->default_row_flags = get_le16(body);
@@ -394,7 +465,10 @@ uint32_t xls_scan_sheet(xls_file* file, xls_sheet_t* sheet) {
 
   kel_record_cursor cursor;
   kel_record_cursor_open(&cursor, stream, file->record);
-  status = scan_records(file, sheet, &cursor);
+  dynamic_expr_t scratch;
+  expr_d_init(&scratch);
+  status = scan_records(file, sheet, &cursor, &scratch);
+  expr_d_destroy(&scratch);
   kel_record_cursor_close(&cursor);
   return status;
 }

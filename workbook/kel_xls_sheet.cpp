@@ -52,8 +52,7 @@ void sheet_destructor(xls_sheet_t* sheet) {
   free(sheet->name);
   kel_cell_cache_free(&sheet->cells);
   for (int i = 0; i < sheet->shared_exprs.count; ++i)
-    xls_packed_expr_free(
-        &static_cast<xls_shared_expr*>(xls_array_access(&sheet->shared_exprs, i))->packed);
+    expr_free(&static_cast<xls_shared_expr*>(xls_array_access(&sheet->shared_exprs, i))->packed, true);
   xls_array_free(&sheet->shared_exprs);
   xls_array_free(&sheet->charts);
   free(sheet->row_runs.data);

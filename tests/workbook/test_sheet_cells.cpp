@@ -262,6 +262,12 @@ TEST(SheetScan, FormulaCellsKeepTheirCachedResult) {
     s.formula(2, 0, 1, Stream::result(0));  // no STRING
     s.number(2, 1, 0, 3);
     s.formula(2, 2, 1, Stream::result(9));  // an unknown kind
+    // =TEXT(1,1): a function the engine can't compute keeps the workbook
+    // from recalculating, so the results read here stay as cached.
+    Bytes text_call = Stream::cell(3, 0, 1, Stream::f64(0));
+    add16(&text_call, 0), add32(&text_call, 0), add16(&text_call, 9);
+    for (uint8_t byte : {0x1E, 0x01, 0x00, 0x1E, 0x01, 0x00, 0x21, 0x30, 0x00}) text_call.push_back(byte);
+    s.record(0x06, text_call);
     s.window2();
   }));
   ASSERT_EQ(0u, book.status);
