@@ -192,37 +192,6 @@ static void free_criterion(xls_value_t* value) {
 
 /* ---- Walking ranges -------------------------------------------------------- */
 
-/* A range resolved at the formula's cell. */
-struct resolved_range {
-  xls_sheet_t* first_sheet;
-  xls_sheet_t* last_sheet;
-  cell_rect_t rect;
-};
-
-static uint32_t resolve_range(const xls_range_ref_t* range, const xls_recalc_env* env,
-                              resolved_range* out) {
-  cell_t at = {env->row, env->column};
-  return expr_rangeref_normalize(range, env->sheet, &at, &out->first_sheet, &out->last_sheet,
-                                 &out->rect);
-}
-
-/* The indexes of a range's sheets in their workbook, in order. */
-static void sheet_span(const resolved_range* range, int32_t* first, int32_t* last) {
-  if (range->first_sheet == range->last_sheet || !range->first_sheet->workbook) {
-    *first = *last = -1;
-    return;
-  }
-  int32_t a = xls_sheet_index(range->first_sheet->workbook, range->first_sheet);
-  int32_t b = xls_sheet_index(range->first_sheet->workbook, range->last_sheet);
-  *first = a < b ? a : b;
-  *last = a < b ? b : a;
-}
-
-/* The sheet of index in the span (-1 for a range of one sheet). */
-static xls_sheet_t* span_sheet(const resolved_range* range, int32_t index) {
-  return index < 0 ? range->first_sheet : xls_sheet_handle(range->first_sheet->workbook, index);
-}
-
 typedef uint32_t (*cell_visitor)(xls_cell_t* cell, int32_t sheet_offset, void* user);
 
 /* Calls visit for every cell that exists in rect of sheet, in row and then
@@ -256,13 +225,11 @@ static uint32_t walk_sheet(xls_sheet_t* sheet, const cell_rect_t* rect, int32_t 
   }
 }
 
-static uint32_t walk_range(const resolved_range* range, cell_visitor visit, void* user) {
-  int32_t first, last;
-  sheet_span(range, &first, &last);
-  for (int32_t index = first; index <= last; ++index) {
-    xls_sheet_t* sheet = span_sheet(range, index);
+static uint32_t walk_range(const xls_range_span* range, cell_visitor visit, void* user) {
+  for (int32_t index = 0; index < range->sheet_count; ++index) {
+    xls_sheet_t* sheet = xls_range_span_sheet(range, index);
     if (!sheet) continue;
-    uint32_t status = walk_sheet(sheet, &range->rect, index - first, visit, user);
+    uint32_t status = walk_sheet(sheet, &range->rect, index, visit, user);
     if (status) return status;
   }
   return 0;
@@ -283,13 +250,13 @@ static void set_status_error(xls_value_t* result, uint32_t status) {
 /* The range of the first argument and the parsed criterion of the second;
  * false with result set. */
 static bool criteria_call(xls_value_t* result, const xls_recalc_env* env,
-                          const xls_value_t* args, resolved_range* range,
+                          const xls_value_t* args, xls_range_span* range,
                           xls_criteria_test_t* test, xls_value_t** criterion) {
   if (args[0].kind != vt_range) {
     xls_value_error(result, xls_error_value);
     return false;
   }
-  uint32_t status = resolve_range(args[0].u.range, env, range);
+  uint32_t status = xls_range_span_resolve(args[0].u.range, env, range);
   if (!status) status = xls_parse_criteria(&args[1], test, criterion, env->locale);
   if (status) set_status_error(result, status);
   return status == 0;
@@ -302,9 +269,8 @@ struct criteria_walk {
   const xls_value_t* criterion;
   long matches;
   /* SUMIF */
-  const resolved_range* range;
-  const resolved_range* sum_range; /* null: the matching cells are added */
-  int32_t sum_first_sheet, sum_last_sheet;
+  const xls_range_span* range;
+  const xls_range_span* sum_range; /* null: the matching cells are added */
   double sum;
   biff_error_t error;
   bool has_error;
@@ -319,7 +285,7 @@ static uint32_t count_match(xls_cell_t* cell, int32_t, void* user) {
 void xls_expr_func_countif(xls_value_t* result, xls_recalc_env* env, xls_value_t* args,
                            int count) {
   (void)count;
-  resolved_range range;
+  xls_range_span range;
   criteria_walk walk = {};
   xls_value_t* criterion = nullptr;
   if (!criteria_call(result, env, args, &range, &walk.test, &criterion)) return;
@@ -351,14 +317,13 @@ static uint32_t sum_match(xls_cell_t* cell, int32_t sheet_offset, void* user) {
   }
   /* The sum range is only an anchor: the cell at the same offset is read,
    * wherever the sum range itself ends. */
-  const resolved_range* sum = walk->sum_range;
+  const xls_range_span* sum = walk->sum_range;
   int64_t row = static_cast<int64_t>(sum->rect.top_row) + cell->row - walk->range->rect.top_row;
   int64_t column =
       static_cast<int64_t>(sum->rect.left_col) + cell->column - walk->range->rect.left_col;
   if (row >= XLS_MAX_ROWS || column >= XLS_MAX_COLUMNS) return 0;
-  int32_t sheet_index = walk->sum_first_sheet + sheet_offset;
-  if (sheet_index > walk->sum_last_sheet) sheet_index = walk->sum_last_sheet;
-  xls_sheet_t* sheet = span_sheet(sum, sheet_index);
+  int32_t sheet_index = sheet_offset < sum->sheet_count ? sheet_offset : sum->sheet_count - 1;
+  xls_sheet_t* sheet = xls_range_span_sheet(sum, sheet_index);
   if (!sheet) return 0;
   auto_value_t pin = nullptr;
   uint32_t status =
@@ -371,18 +336,17 @@ static uint32_t sum_match(xls_cell_t* cell, int32_t sheet_offset, void* user) {
 
 void xls_expr_func_sumif(xls_value_t* result, xls_recalc_env* env, xls_value_t* args,
                          int count) {
-  resolved_range range, sum_range;
+  xls_range_span range, sum_range;
   criteria_walk walk = {};
   if (count > 2) {
     if (args[2].kind != vt_range) {
       xls_value_error(result, xls_error_value);
       return;
     }
-    if (resolve_range(args[2].u.range, env, &sum_range)) {
+    if (xls_range_span_resolve(args[2].u.range, env, &sum_range)) {
       xls_value_error(result, xls_error_ref);
       return;
     }
-    sheet_span(&sum_range, &walk.sum_first_sheet, &walk.sum_last_sheet);
     walk.sum_range = &sum_range;
   }
   xls_value_t* criterion = nullptr;
@@ -415,19 +379,17 @@ static uint32_t count_filled(xls_cell_t* cell, int32_t, void* user) {
 void xls_expr_func_countblank(xls_value_t* result, xls_recalc_env* env, xls_value_t* args,
                               int count) {
   (void)count;
-  resolved_range range;
+  xls_range_span range;
   if (args[0].kind != vt_range) {
     xls_value_error(result, xls_error_value);
     return;
   }
-  if (resolve_range(args[0].u.range, env, &range)) {
+  if (xls_range_span_resolve(args[0].u.range, env, &range)) {
     xls_value_error(result, xls_error_ref);
     return;
   }
-  int32_t first, last;
-  sheet_span(&range, &first, &last);
   int64_t cells = static_cast<int64_t>(range.rect.bottom_row - range.rect.top_row + 1) *
-                  (range.rect.right_col - range.rect.left_col + 1) * (last - first + 1);
+                  (range.rect.right_col - range.rect.left_col + 1) * range.sheet_count;
   int64_t filled = 0;
   if (walk_range(&range, count_filled, &filled)) {
     xls_value_error(result, xls_error_function_failed);
@@ -497,8 +459,8 @@ uint32_t xls_find_col_of_field(const xls_range_ref_t* database, const xls_value_
     return 0;
   }
   if (basic->kind != bvt_string) return KEL_ERR_VALUE;
-  resolved_range range;
-  uint32_t status = resolve_range(database, env, &range);
+  xls_range_span range;
+  uint32_t status = xls_range_span_resolve(database, env, &range);
   if (status) return status;
   for (int32_t c = range.rect.left_col; c <= range.rect.right_col; ++c) {
     auto_value_t pin = nullptr;
@@ -523,9 +485,9 @@ uint32_t xls_parse_database_criteria(const xls_range_ref_t* database,
                                      const xls_recalc_env* env) {
   *rows = nullptr;
   *count = 0;
-  resolved_range base, range;
-  uint32_t status = resolve_range(database, env, &base);
-  if (!status) status = resolve_range(criteria, env, &range);
+  xls_range_span base, range;
+  uint32_t status = xls_range_span_resolve(database, env, &base);
+  if (!status) status = xls_range_span_resolve(criteria, env, &range);
   if (status) return status;
   const cell_rect_t& rect = range.rect;
   int width = rect.right_col - rect.left_col + 1;
@@ -588,8 +550,8 @@ uint32_t xls_database_find_values(xls_value_t* result, const xls_range_ref_t* da
                                   int32_t column, const xls_database_criteria_t* rows,
                                   int count, const xls_recalc_env* env, double** numbers,
                                   xls_array_info* info, uint16_t flags) {
-  resolved_range range;
-  uint32_t status = resolve_range(database, env, &range);
+  xls_range_span range;
+  uint32_t status = xls_range_span_resolve(database, env, &range);
   if (status) {
     set_status_error(result, status);
     return status;
@@ -609,7 +571,7 @@ uint32_t xls_database_find_values(xls_value_t* result, const xls_range_ref_t* da
 
 /* What a database function works on, once its arguments are checked. */
 struct database_call {
-  resolved_range database;
+  xls_range_span database;
   int32_t column;
   xls_database_criteria_t* rows;
   int count;
@@ -625,9 +587,9 @@ static bool prepare_database_call(const xls_value_t* args, xls_value_t* result,
     xls_value_error(result, xls_error_value);
     return false;
   }
-  resolved_range criteria;
-  if (resolve_range(args[0].u.range, env, &call->database) ||
-      resolve_range(args[2].u.range, env, &criteria)) {
+  xls_range_span criteria;
+  if (xls_range_span_resolve(args[0].u.range, env, &call->database) ||
+      xls_range_span_resolve(args[2].u.range, env, &criteria)) {
     xls_value_error(result, xls_error_ref);
     return false;
   }

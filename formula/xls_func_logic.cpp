@@ -134,39 +134,27 @@ static bool logic_take(logic_walk* walk, const xls_basic_value_t* value, xls_val
   }
 }
 
-/* The number of sheets from first to last. */
-static int32_t sheet_span(const xls_sheet_t* first, const xls_sheet_t* last) {
-  if (first == last || !first->workbook) return 1;
-  int32_t from = xls_sheet_index(first->workbook, first);
-  int32_t to = xls_sheet_index(first->workbook, last);
-  if (from < 0 || to < 0) return 1;
-  return (to > from ? to - from : from - to) + 1;
-}
-
 /* Walks a range cell by cell, sheets, then rows, then columns, so that a
  * large range needs no copy and the walk can end early. */
 static bool logic_take_range(logic_walk* walk, const xls_range_ref_t* range,
                              const xls_recalc_env* env, xls_value_t* result) {
-  xls_sheet_t *first, *last;
-  cell_rect_t rect;
-  cell_t at = {env->row, env->column};
-  if (expr_rangeref_normalize(range, env->sheet, &at, &first, &last, &rect)) {
+  xls_range_span span;
+  if (xls_range_span_resolve(range, env, &span)) {
     xls_value_error(result, xls_error_ref);
     return false;
   }
-  int32_t width = rect.right_col - rect.left_col + 1;
-  int32_t height = rect.bottom_row - rect.top_row + 1;
-  int32_t sheets = sheet_span(first, last);
-  for (int32_t sheet = 0; sheet < sheets; ++sheet) {
-    for (int32_t row = 0; row < height; ++row) {
-      for (int32_t column = 0; column < width; ++column) {
+  const cell_rect_t& rect = span.rect;
+  for (int32_t s = 0; s < span.sheet_count; ++s) {
+    xls_sheet_t* sheet = xls_range_span_sheet(&span, s);
+    for (int32_t row = rect.top_row; sheet && row <= rect.bottom_row; ++row) {
+      for (int32_t column = rect.left_col; column <= rect.right_col; ++column) {
         auto_cell_t pin = nullptr;
-        uint32_t status = xls_get_value_from_range_by_row_col(&pin, range, sheet * width + column,
-                                                              row, env);
+        uint32_t status = kel_cell_cache_find_cell_near(&pin, &sheet->cells, column, row,
+                                                        &sheet->cell_hint);
         bool going_on = true;
         xls_basic_value_t basic;
         if (status) {
-          xls_value_error(result, status == KEL_ERR_REF ? xls_error_ref : xls_error_value);
+          xls_value_error(result, xls_error_value);
           going_on = false;
         } else if (pin && !xls_basic_value(&pin->value, &basic)) {
           going_on = logic_take(walk, &basic, result);

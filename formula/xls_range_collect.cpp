@@ -16,18 +16,8 @@
 #include "workbook/kel_xls_file.h"
 #include "workbook/kel_xls_sheet.h"
 
-/* A range resolved at the environment: its ordered rectangle and its run of
- * sheets. */
-struct range_span {
-  xls_sheet_t* first_sheet;
-  const xls_file* workbook;
-  int32_t first_index; /* the first sheet's index, when it spans sheets */
-  int32_t sheet_count;
-  cell_rect_t rect;
-};
-
-static uint32_t span_resolve(const xls_range_ref_t* range, const xls_recalc_env* env,
-                             range_span* span) {
+uint32_t xls_range_span_resolve(const xls_range_ref_t* range, const xls_recalc_env* env,
+                                xls_range_span* span) {
   cell_t base = {env->row, env->column};
   xls_sheet_t* last = nullptr;
   memset(span, 0, sizeof *span);
@@ -36,9 +26,9 @@ static uint32_t span_resolve(const xls_range_ref_t* range, const xls_recalc_env*
   if (status) return status;
   span->sheet_count = 1;
   if (last == span->first_sheet || !span->first_sheet->workbook) return 0;
-  span->workbook = span->first_sheet->workbook;
-  int32_t first_index = xls_sheet_index(span->workbook, span->first_sheet);
-  int32_t last_index = xls_sheet_index(span->workbook, last);
+  const xls_file* workbook = span->first_sheet->workbook;
+  int32_t first_index = xls_sheet_index(workbook, span->first_sheet);
+  int32_t last_index = xls_sheet_index(workbook, last);
   // A sheet that left the workbook reads as the first one alone.
   if (first_index < 0 || last_index < 0) return 0;
   if (last_index < first_index) {
@@ -46,21 +36,22 @@ static uint32_t span_resolve(const xls_range_ref_t* range, const xls_recalc_env*
     first_index = last_index;
     last_index = swap;
   }
+  span->workbook = workbook;
   span->first_index = first_index;
   span->sheet_count = last_index - first_index + 1;
   return 0;
 }
 
-static xls_sheet_t* span_sheet(const range_span* span, int32_t i) {
+xls_sheet_t* xls_range_span_sheet(const xls_range_span* span, int32_t i) {
   if (!span->workbook) return span->first_sheet;
   return xls_sheet_handle(span->workbook, static_cast<uint32_t>(span->first_index + i));
 }
 
-static int32_t span_width(const range_span* span) {
+static int32_t span_width(const xls_range_span* span) {
   return span->rect.right_col - span->rect.left_col + 1;
 }
 
-static int32_t span_height(const range_span* span) {
+static int32_t span_height(const xls_range_span* span) {
   return span->rect.bottom_row - span->rect.top_row + 1;
 }
 
@@ -68,12 +59,12 @@ uint32_t xls_get_value_from_range_by_row_col(auto_cell_t* pin, const xls_range_r
                                              int32_t column, int32_t row,
                                              const xls_recalc_env* env) {
   *pin = nullptr;
-  range_span span;
-  if (span_resolve(range, env, &span)) return KEL_ERR_REF;
+  xls_range_span span;
+  if (xls_range_span_resolve(range, env, &span)) return KEL_ERR_REF;
   int32_t width = span_width(&span);
   if (row < 0 || row >= span_height(&span) || column < 0 || column >= width * span.sheet_count)
     return KEL_ERR_VALUE;
-  xls_sheet_t* sheet = span_sheet(&span, column / width);
+  xls_sheet_t* sheet = xls_range_span_sheet(&span, column / width);
   return xls_get_cell_value(sheet, span.rect.left_col + column % width, span.rect.top_row + row,
                             pin);
 }
@@ -81,11 +72,11 @@ uint32_t xls_get_value_from_range_by_row_col(auto_cell_t* pin, const xls_range_r
 /* Calls visit for every position of the range in walking order, with the
  * cell there pinned (null for none); a non-zero answer ends the walk. */
 template <typename Visit>
-static uint32_t span_walk(const range_span* span, Visit visit) {
+static uint32_t span_walk(const xls_range_span* span, Visit visit) {
   auto_cell_t pin = nullptr;
   uint32_t status = 0;
   for (int32_t s = 0; s < span->sheet_count && !status; ++s) {
-    xls_sheet_t* sheet = span_sheet(span, s);
+    xls_sheet_t* sheet = xls_range_span_sheet(span, s);
     for (int32_t row = span->rect.top_row; row <= span->rect.bottom_row && !status; ++row) {
       for (int32_t column = span->rect.left_col; column <= span->rect.right_col; ++column) {
         status = xls_get_cell_value(sheet, column, row, &pin);
@@ -136,8 +127,8 @@ uint32_t xls_range_collect_num(xls_value_t* result, const xls_range_ref_t* range
                                double** numbers, xls_array_info* info,
                                const xls_recalc_env* env, uint16_t flags) {
   info->element_size = sizeof(double);
-  range_span span;
-  if (span_resolve(range, env, &span)) {
+  xls_range_span span;
+  if (xls_range_span_resolve(range, env, &span)) {
     xls_value_error(result, xls_error_ref);
     return KEL_ERR_REF;
   }
@@ -172,8 +163,8 @@ uint32_t xls_range_collect_basic_value(xls_value_t* result, const xls_range_ref_
                                        xls_basic_value_t** values, xls_array_info* info,
                                        const xls_recalc_env* env) {
   info->element_size = sizeof(xls_basic_value_t);
-  range_span span;
-  if (span_resolve(range, env, &span)) {
+  xls_range_span span;
+  if (xls_range_span_resolve(range, env, &span)) {
     xls_value_error(result, xls_error_ref);
     return KEL_ERR_REF;
   }
@@ -202,8 +193,8 @@ static uint32_t resolve_argument(const xls_recalc_env* env, const xls_value_t* a
     if (status) xls_free_value(&item);
     return status;
   }
-  range_span span;
-  if (span_resolve(argument->u.range, env, &span)) {
+  xls_range_span span;
+  if (xls_range_span_resolve(argument->u.range, env, &span)) {
     xls_value_error(&item, xls_error_ref);
     return xls_array_push(info, reinterpret_cast<void**>(out), &item);
   }

@@ -18,6 +18,7 @@
 #include "workbook/kel_cell_cache.h"
 
 struct xls_calc_section;
+struct xls_file;
 
 struct xls_recalc_env {
   xls_calc_section* calc;       /* the pool's calculation section */
@@ -58,6 +59,21 @@ uint32_t xls_get_value_in_range(xls_value_t* result, xls_cell_t** pin,
 uint32_t xls_get_value_from_range_by_row_col(auto_cell_t* pin, const xls_range_ref_t* range,
                                              int32_t column, int32_t row,
                                              const xls_recalc_env* env);
+
+/* A range resolved at env: its ordered rectangle and the run of sheets it
+ * covers, in workbook order whichever corner names which sheet. */
+struct xls_range_span {
+  xls_sheet_t* first_sheet;
+  const xls_file* workbook; /* null: the range lies on first_sheet alone */
+  int32_t first_index;      /* the first sheet's index, when it spans sheets */
+  int32_t sheet_count;
+  cell_rect_t rect;
+};
+/* KEL_ERR_REF for a deleted sheet. */
+uint32_t xls_range_span_resolve(const xls_range_ref_t* range, const xls_recalc_env* env,
+                                xls_range_span* span);
+/* The sheet i (0 to sheet_count - 1) of the span. */
+xls_sheet_t* xls_range_span_sheet(const xls_range_span* span, int32_t i);
 
 /* Appends the numbers of a range (sheets in workbook order, then rows,
  * then columns) or of a bvt_array to *numbers, an array of doubles

@@ -29,14 +29,6 @@ static const char* const kBuiltInNames[] = {
     "Sheet_Title",      "_FilterDatabase"};
 enum { kBuiltInNameCount = sizeof kBuiltInNames / sizeof kBuiltInNames[0] };
 
-static unsigned short* ascii_dup(const char* text) {
-  size_t length = strlen(text);
-  unsigned short* copy = static_cast<unsigned short*>(malloc((length + 1) * sizeof *copy));
-  if (!copy) return nullptr;
-  for (size_t i = 0; i <= length; ++i) copy[i] = static_cast<unsigned char>(text[i]);
-  return copy;
-}
-
 /* The name's text, and in *name_size the bytes it takes in the record. */
 static uint32_t read_name_text(xls_expr_named_t* named, const unsigned char* body,
                                uint16_t length, uint32_t characters, uint32_t* name_size) {
@@ -47,7 +39,7 @@ static uint32_t read_name_text(xls_expr_named_t* named, const unsigned char* bod
     if (characters != 1) return KEL_ERR_GENERAL;
     uint32_t code = body[15];
     if (code >= kBuiltInNameCount) return 0;
-    named->name = ascii_dup(kBuiltInNames[code]);
+    named->name = dup2ucs2(kBuiltInNames[code]);
     return named->name ? 0 : KEL_ERR_OUT_OF_MEMORY;
   }
   return xls_read_string_without_len(body + 14, length - 14u, characters, &named->name);

@@ -17,6 +17,7 @@
 #include "compound/kel_io_stack.h"
 #include "formula/xls_formula_codec.h"
 #include "formula/xls_func_table.h"
+#include "formula_test_book.h"
 #include "foundation/zuv_memio.h"
 #include "host/cell_lines.h"
 #include "kel_status.h"
@@ -26,6 +27,7 @@
 
 namespace {
 
+using formula_test::parse_a1;
 using tabulon_test::CorpusFile;
 
 // ---- Reasons for formulas that don't read ----------------------------------
@@ -424,15 +426,6 @@ bool agrees(const std::string& kind, const std::string& value, const cell_line_t
   snprintf(a, sizeof a, "%.15g", strtod(value.c_str(), nullptr));
   snprintf(b, sizeof b, "%.15g", strtod(ours.value.c_str(), nullptr));
   return strcmp(a, b) == 0;
-}
-
-// A1 reference to (column, row).
-void parse_a1(const std::string& a1, int* column, int* row) {
-  size_t i = 0;
-  *column = 0;
-  while (i < a1.size() && isalpha(static_cast<unsigned char>(a1[i]))) *column = *column * 26 + (a1[i++] - 'A' + 1);
-  *column -= 1;
-  *row = atoi(a1.c_str() + i) - 1;
 }
 
 // A cell of a workbook whose cached results were never computed by the

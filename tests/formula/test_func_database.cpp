@@ -10,24 +10,13 @@
 #include <vector>
 
 #include "formula/xls_functions.h"
+#include "calc_cases.h"
 #include "formula_test_book.h"
 #include "kel_status.h"
 
 using namespace formula_test;
 
 namespace {
-
-struct CalcCell {
-  const char* a1;
-  const char* token;
-};
-struct CalcCase {
-  const char* function;
-  std::vector<const char*> args;
-  const char* calc;  // Calc's result
-  const char* ours;  // null: the same as Calc's
-  const char* rule;  // why ours differs
-};
 
 // The expected values below come from LibreOffice Calc, not from this
 // engine.  To regenerate them:  python3 tools/calc_cases.py database
@@ -186,15 +175,6 @@ xls_value_t token_value(const std::string& token) {
   return num(strtod(token.c_str(), nullptr));
 }
 
-// Descriptions agree when they are the same, or both numbers within 1e-9
-// relative.
-bool agree(const std::string& got, const std::string& want) {
-  if (got == want) return true;
-  if (got.compare(0, 2, "n:") || want.compare(0, 2, "n:")) return false;
-  double a = strtod(got.c_str() + 2, nullptr), b = strtod(want.c_str() + 2, nullptr);
-  return fabs(a - b) <= 1e-9 * fmax(fabs(a), fabs(b));
-}
-
 const std::map<std::string, xls_expr_handler_t> kHandlers = {
     {"SUMIF", xls_expr_func_sumif},     {"COUNTIF", xls_expr_func_countif},
     {"COUNTBLANK", xls_expr_func_countblank}, {"DSUM", xls_expr_func_dsum},
@@ -209,30 +189,8 @@ const std::map<std::string, xls_expr_handler_t> kHandlers = {
 TEST(Database, AgreesWithCalc) {
   Book book;
   for (const CalcCell& cell : kCalcData) book.put(cell.a1, token_value(cell.token));
-  int same = 0, ruled = 0;
-  for (const CalcCase& c : kCalcCases) {
-    std::string args;
-    for (const char* token : c.args) args += std::string(args.empty() ? "" : ", ") + token;
-    SCOPED_TRACE(std::string(c.function) + "(" + args + ")" + (c.rule ? "  rule: " : "") +
-                 (c.rule ? c.rule : ""));
-    xls_value_t list[8];
-    int count = 0;
-    for (const char* token : c.args) list[count++] = token_value(token);
-    xls_value_t result;
-    xls_value_empty(&result);
-    xls_recalc_env env = book.env("Z1");
-    kHandlers.at(c.function)(&result, &env, list, count);
-    std::string got = describe(result);
-    xls_free_value(&result);
-    for (int i = 0; i < count; ++i) xls_free_value(&list[i]);
-    EXPECT_TRUE(agree(got, c.ours ? c.ours : c.calc))
-        << "got " << got << ", Calc " << c.calc << (c.ours ? ", expected " : "")
-        << (c.ours ? c.ours : "");
-    if (agree(got, c.calc)) ++same;
-    else if (c.ours && agree(got, c.ours)) ++ruled;
-  }
-  printf("[ database ] %d of %zu cases as Calc computes them, %d by a rule of the engine\n",
-         same, sizeof kCalcCases / sizeof *kCalcCases, ruled);
+  run_calc_cases("database", book, kCalcCases, sizeof kCalcCases / sizeof *kCalcCases, kHandlers,
+                 token_value);
 }
 
 // The test and the parsed value of a criterion, described.

@@ -10,23 +10,12 @@
 #include <vector>
 
 #include "formula/xls_functions.h"
+#include "calc_cases.h"
 #include "formula_test_book.h"
 
 using namespace formula_test;
 
 namespace {
-
-struct CalcCell {
-  const char* a1;
-  const char* token;
-};
-struct CalcCase {
-  const char* function;
-  std::vector<const char*> args;
-  const char* calc;  // Calc's result
-  const char* ours;  // null: the same as Calc's
-  const char* rule;  // why ours differs
-};
 
 // The expected values below come from LibreOffice Calc, not from this
 // engine.  To regenerate them:  python3 tools/calc_cases.py finance
@@ -177,17 +166,6 @@ xls_value_t token_value(const std::string& token, const Book& book) {
   return num(strtod(token.c_str(), nullptr));
 }
 
-// Descriptions agree when they are the same, or both numbers within 1e-9
-// relative; "n:x~d" wants a number within d of x.
-bool agree(const std::string& got, const std::string& want) {
-  if (got == want) return true;
-  if (got.compare(0, 2, "n:") || want.compare(0, 2, "n:")) return false;
-  char* end;
-  double a = strtod(got.c_str() + 2, nullptr), b = strtod(want.c_str() + 2, &end);
-  if (*end == '~') return fabs(a - b) <= strtod(end + 1, nullptr);
-  return fabs(a - b) <= 1e-9 * fmax(fabs(a), fabs(b));
-}
-
 const std::map<std::string, xls_expr_handler_t> kHandlers = {
     {"PV", xls_expr_func_pv},     {"FV", xls_expr_func_fv},   {"PMT", xls_expr_func_pmt},
     {"NPER", xls_expr_func_nper}, {"RATE", xls_expr_func_rate}, {"IRR", xls_expr_func_irr},
@@ -195,38 +173,11 @@ const std::map<std::string, xls_expr_handler_t> kHandlers = {
     {"DDB", xls_expr_func_ddb},
 };
 
-std::string call_case(const Book& book, const CalcCase& c) {
-  xls_value_t list[32];
-  int count = 0;
-  for (const char* token : c.args) list[count++] = token_value(token, book);
-  xls_value_t result;
-  xls_value_empty(&result);
-  xls_recalc_env env = book.env("Z1");
-  kHandlers.at(c.function)(&result, &env, list, count);
-  std::string text = describe(result);
-  xls_free_value(&result);
-  for (int i = 0; i < count; ++i) xls_free_value(&list[i]);
-  return text;
-}
-
 TEST(Finance, AgreesWithCalc) {
   Book book;
   for (const CalcCell& cell : kCalcData) book.put(cell.a1, token_value(cell.token, book));
-  int same = 0, ruled = 0;
-  for (const CalcCase& c : kCalcCases) {
-    std::string args;
-    for (const char* token : c.args) args += std::string(args.empty() ? "" : ", ") + token;
-    SCOPED_TRACE(std::string(c.function) + "(" + args + ")" + (c.rule ? "  rule: " : "") +
-                 (c.rule ? c.rule : ""));
-    std::string got = call_case(book, c);
-    EXPECT_TRUE(agree(got, c.ours ? c.ours : c.calc))
-        << "got " << got << ", Calc " << c.calc << (c.ours ? ", expected " : "")
-        << (c.ours ? c.ours : "");
-    if (agree(got, c.calc)) ++same;
-    else if (c.ours && agree(got, c.ours)) ++ruled;
-  }
-  printf("[ finance ] %d of %zu cases as Calc computes them, %d by a rule of the engine\n", same,
-         sizeof kCalcCases / sizeof *kCalcCases, ruled);
+  run_calc_cases("finance", book, kCalcCases, sizeof kCalcCases / sizeof *kCalcCases, kHandlers,
+                 [&](const std::string& token) { return token_value(token, book); });
 }
 
 TEST(Finance, Pow1pAndAnnuityFactor) {
@@ -323,7 +274,7 @@ TEST(Finance, RootSeekStages) {
 TEST(Finance, IrrArguments) {
   Book book;
   xls_recalc_env env = book.env("Z1");
-  EXPECT_TRUE(agree(call(xls_expr_func_irr, env, {array(1, 2, {-100, 110})}), "n:0.1"));
+  EXPECT_TRUE(calc_agree(call(xls_expr_func_irr, env, {array(1, 2, {-100, 110})}), "n:0.1"));
   EXPECT_EQ("e:36", call(xls_expr_func_irr, env, {array(1, 2, {100, 200})}));
   // One value is no cash flow; one error is #VALUE!, not its own code.
   EXPECT_EQ("e:36", call(xls_expr_func_irr, env, {num(-100)}));
@@ -333,7 +284,7 @@ TEST(Finance, IrrArguments) {
   book.put("A1", -100.0);
   book.put("A2", "abc");
   book.put("A4", 110.0);
-  EXPECT_TRUE(agree(call(xls_expr_func_irr, env, {range("A1:A4")}), "n:0.1"));
+  EXPECT_TRUE(calc_agree(call(xls_expr_func_irr, env, {range("A1:A4")}), "n:0.1"));
   book.put("A3", err(xls_error_na));
   EXPECT_EQ("e:42", call(xls_expr_func_irr, env, {range("A1:A4")}));
 }
