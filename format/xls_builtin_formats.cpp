@@ -79,3 +79,30 @@ const unsigned short* xls_default_format_by_index(uint16_t index, const xls_loca
   }
   return builtin_formats[index] ? widen(index, builtin_formats[index]) : nullptr;
 }
+
+/* UTF-16 literals viewed as the engine's text units, of the same size. */
+#define EDIT(text) reinterpret_cast<const unsigned short*>(u##text)
+
+/* By date order (XLS_DATE_), then parts less one, then 24-hour clock. */
+static const unsigned short* const edit_formats[3][3][2] = {
+    {{EDIT("M/D/YYYY"), EDIT("M/D/YYYY")},
+     {EDIT("h:mm:ss AM/PM"), EDIT("h:mm:ss")},
+     {EDIT("M/D/YYYY h:mm:ss AM/PM"), EDIT("M/D/YYYY h:mm:ss")}},
+    {{EDIT("D/M/YYYY"), EDIT("D/M/YYYY")},
+     {EDIT("h:mm:ss AM/PM"), EDIT("h:mm:ss")},
+     {EDIT("D/M/YYYY h:mm:ss AM/PM"), EDIT("D/M/YYYY h:mm:ss")}},
+    {{EDIT("YYYY/M/D"), EDIT("YYYY/M/D")},
+     {EDIT("h:mm:ss AM/PM"), EDIT("h:mm:ss")},
+     {EDIT("YYYY/M/D h:mm:ss AM/PM"), EDIT("YYYY/M/D h:mm:ss")}},
+};
+
+const unsigned short* xls_edit_format(uint32_t parts, const xls_locale* locale) {
+  int order = XLS_DATE_MDY, hour24 = 0;
+  if (locale) {
+    if (locale->date_order == XLS_DATE_DMY || locale->date_order == XLS_DATE_YMD)
+      order = locale->date_order;
+    hour24 = locale->hour24 ? 1 : 0;
+  }
+  uint32_t kind = (parts & (XLS_EDIT_DATE | XLS_EDIT_TIME)) - 1;
+  return edit_formats[order][kind < 3 ? kind : 0][hour24];
+}

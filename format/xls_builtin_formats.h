@@ -18,4 +18,14 @@ extern const unsigned short xls_bfmt_general_str[];
  * order of day, month and year. */
 const unsigned short* xls_default_format_by_index(uint16_t index, const xls_locale* locale);
 
+/* The fixed forms in which a date, a time or both are edited, whatever the
+ * cell's own format shows: the whole value with four-digit years and
+ * seconds, so that what the user edits keeps every field.  The day, month
+ * and year follow the locale's order; the clock has 24 hours where the
+ * locale says so, AM/PM otherwise.  A null locale is month first with
+ * AM/PM. */
+enum { XLS_EDIT_DATE = 0x01, XLS_EDIT_TIME = 0x02 };
+/* parts: XLS_EDIT_DATE, XLS_EDIT_TIME or both. */
+const unsigned short* xls_edit_format(uint32_t parts, const xls_locale* locale);
+
 #endif /* XLS_BUILTIN_FORMATS_H */

@@ -13,6 +13,7 @@
 #include "format/xls_builtin_formats.h"
 #include "format/xls_number_format.h"
 #include "formula/xls_datetime.h"
+#include "formula/xls_formula_text.h"
 #include "foundation/zuv_uni_string.h"
 #include "workbook/kel_xls_file.h"
 #include "workbook/kel_xls_sheet.h"
@@ -470,19 +471,32 @@ static bool is_exact_text_format(const unsigned short* format) {
   return format && format[0] == '@' && format[1] == 0;
 }
 
-static uint32_t autoformat(const xls_file* file, const unsigned short* cell_format,
-                           const unsigned short* text, const xls_locale* locale,
-                           xls_autoformat_result* result, const auto_format_help_t* help) {
+/* A typed formula ("=" and the rest) standing at the cell: a vt_expr with
+ * an empty cache, which the chain computes once the cell is stored. */
+static uint32_t parse_formula(xls_sheet_t* sheet, int32_t row, int32_t column,
+                              const unsigned short* text, const xls_locale* locale,
+                              xls_autoformat_result* result) {
+  if (!sheet) return KEL_ERR_INVALID_ARGUMENT;
+  xls_packed_expr_t packed = {};
+  uint32_t status = xls_parser(text + 1, locale, sheet, row, column, &result->parse_error, &packed);
+  if (status) return status;
+  xls_create_expr_value(&result->value, &packed, nullptr);
+  return 0;
+}
+
+static uint32_t autoformat(xls_sheet_t* sheet, int32_t row, int32_t column,
+                           const unsigned short* cell_format, const unsigned short* text,
+                           const xls_locale* locale, xls_autoformat_result* result,
+                           const auto_format_help_t* help) {
+  const xls_file* file = sheet ? sheet->workbook : nullptr;
   if (text[0] == '\'') {
     result->literal |= XLS_AUTOFORMAT_LITERAL;
     return set_string(result, text + 1, help);
   }
   if (is_exact_text_format(cell_format)) return set_string(result, text, help);
 
-  if (text[0] == '=' && text[1] != 0 && text[1] != '=' && !(help && help->no_formula)) {
-    /* Typed formulas come with the formula parser. */
-    return KEL_ERR_UNSUPPORTED;
-  }
+  if (text[0] == '=' && text[1] != 0 && text[1] != '=' && !(help && help->no_formula))
+    return parse_formula(sheet, row, column, text, locale, result);
 
   if (xls_format_match_simple(text, locale, &result->value)) {
     bool number = result->value.u.basic.kind == bvt_long ||
@@ -531,16 +545,12 @@ uint32_t xls_autoformat_edit_string(xls_sheet_t* sheet, int32_t row, int32_t col
                                     const unsigned short* text, unsigned length,
                                     const xls_locale* locale, xls_autoformat_result* result,
                                     const auto_format_help_t* help) {
-  /* The position places a typed formula's relative references. */
-  (void)row;
-  (void)column;
   memset(result, 0, sizeof *result);
   xls_value_empty(&result->value);
 
   unsigned short* copy = ucs2_dupl(text, length);
   if (!copy) return KEL_ERR_OUT_OF_MEMORY;
-  const xls_file* file = sheet ? sheet->workbook : nullptr;
-  uint32_t status = autoformat(file, format, copy, locale, result, help);
+  uint32_t status = autoformat(sheet, row, column, format, copy, locale, result, help);
   free(copy);
 
   if (status) {

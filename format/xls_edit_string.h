@@ -10,15 +10,16 @@
  * English words for true and false and the English error texts.  The "/"
  * and ":" separators are accepted in every locale beside its own.
  *
- * Statuses: KEL_ERR_OUT_OF_MEMORY, and KEL_ERR_UNSUPPORTED for a formula
- * (typed formulas come with the formula parser); nothing else fails: a text
- * that is nothing else is a string.
+ * Statuses: KEL_ERR_OUT_OF_MEMORY, and the parser's for a formula that
+ * doesn't parse (with the place of the fault in the result); nothing else
+ * fails: a text that is nothing else is a string.
  */
 #ifndef XLS_EDIT_STRING_H
 #define XLS_EDIT_STRING_H
 
 #include <stdint.h>
 
+#include "formula/xls_formula_text.h"
 #include "formula/xls_value.h"
 
 struct ucs2_str_builder;
@@ -41,6 +42,7 @@ struct xls_autoformat_result {
                              Heap (the caller frees it), or in the help's builder */
   xls_value_t value;      /* the caller's, freed with xls_free_value */
   uint8_t literal;        /* XLS_AUTOFORMAT_LITERAL */
+  xls_parser_error_t parse_error; /* where a typed formula failed to parse */
 };
 
 /* Given when a command runs again from the journal, null otherwise. */
@@ -89,8 +91,8 @@ uint32_t xls_format_date_if_avail(const xls_file* file, const xls_locale* locale
  * terminated) for the cell at row and column of sheet (sheet may be null:
  * then the 1900 calendar), whose number format is format (null: General).
  * In this order: a leading apostrophe makes the rest a literal string; a
- * cell formatted "@" takes text; a formula ("=" and more, not "==") is not
- * handled yet; then simple values (scientific notation gets "0.00E+00"),
+ * cell formatted "@" takes text; a formula ("=" and more, not "==") is
+ * parsed at the cell (sheet must not be null then); then simple values (scientific notation gets "0.00E+00"),
  * percents, dates and times, amounts with "$", "£" or "€", grouped numbers
  * (format "#,##0" or "#,##0.00"), and at last a string.  *result is set
  * afresh; on a failure it is left empty. */

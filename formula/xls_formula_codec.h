@@ -60,6 +60,17 @@ uint32_t expr_write_formula(xls_file* file, unsigned char* buffer, uint32_t* tok
                             int32_t column, const xls_packed_expr_t* packed,
                             xls_write_context_t context, xls_expr_adaptor_t adaptor);
 
+/* A function node of scratch for function number, taking its count
+ * parameters off the top of the operand stack (stack, described by
+ * stack_info), the first pushed becoming the first parameter; its index
+ * goes to *index and onto the stack.  A fixed-count function takes the
+ * table's count instead, and a count beyond what the stack holds is cut to
+ * it.  Number 255 and numbers beyond the table give KEL_ERR_UNSUPPORTED; a
+ * function without a handler sets *has_unsupported. */
+uint32_t xls_expr_make_function(xls_array_info* stack_info, uint16_t** stack,
+                                dynamic_expr_t* scratch, uint32_t number, uint32_t count,
+                                uint16_t* index, bool* has_unsupported);
+
 /* The operator token (folded: 0x03 to 0x14) as an op; xop_unknown for
  * another token. */
 xls_expr_op_t expr_xls2expr_conv(uint8_t token);
@@ -105,5 +116,11 @@ uint32_t xls_externsheet_refindex(xls_file* file, xls_sheet_t* first, xls_sheet_
                                   uint16_t* index);
 /* The defined name of 1-based index, or null. */
 xls_expr_named_t* xls_named_get_by_index(const xls_file* file, uint32_t index);
+/* The defined name whose text is the length units of text (which need not
+ * be terminated), compared without case: the one local to sheet before a
+ * global one; *index gets its 1-based index.  Null when there is none. */
+xls_expr_named_t* xls_named_get_by_name(const xls_file* file, const xls_sheet_t* sheet,
+                                        const unsigned short* text, uint32_t length,
+                                        uint32_t* index);
 
 #endif /* XLS_FORMULA_CODEC_H */

@@ -80,23 +80,33 @@ static uint32_t new_node(read_state* state, xls_expr_op_t op, uint16_t* index,
   return 0;
 }
 
-/* A function node taking its parameters off the stack, left to right. */
-static uint32_t xls_expr_make_function(read_state* state, uint32_t number, uint32_t count,
-                                       uint16_t* index) {
+uint32_t xls_expr_make_function(xls_array_info* stack_info, uint16_t** stack,
+                                dynamic_expr_t* scratch, uint32_t number, uint32_t count,
+                                uint16_t* index, bool* has_unsupported) {
   const expr_func_desc_t* row = expr_func_row(number);
   if (!row || number == EXPR_FUNC_EXTENSION_SLOT) return KEL_ERR_UNSUPPORTED;
   if (row->flags & XLS_FUNC_FIXED) count = row->fixed_count;
-  xls_array_info& stack = state->file->expr_stack_info;
-  if (count > static_cast<uint32_t>(stack.count)) count = static_cast<uint32_t>(stack.count);
-  xls_expr_t* node = nullptr;
-  uint32_t status = new_node(state, xop_func, index, &node);
+  if (count > static_cast<uint32_t>(stack_info->count))
+    count = static_cast<uint32_t>(stack_info->count);
+  uint32_t status = expr_d_create(scratch, xop_func, index);
   if (status) return status;
   /* The parameters lie on the stack in their order already. */
-  stack.count -= static_cast<int>(count);
-  status = expr_set_func_family(node, number, state->file->expr_stack + stack.count, count);
+  stack_info->count -= static_cast<int>(count);
+  status = expr_set_func_family(expr_d_from_idx(scratch, *index), number,
+                                *stack + stack_info->count, count);
   if (status) return status;
-  if (!row->handler) *state->has_unsupported = true;
-  return push(state, *index);
+  if (!row->handler) *has_unsupported = true;
+  void* data = *stack;
+  status = xls_array_push(stack_info, &data, index);
+  *stack = static_cast<uint16_t*>(data);
+  return status;
+}
+
+/* A function node from the workbook's operand stack. */
+static uint32_t make_function(read_state* state, uint32_t number, uint32_t count,
+                              uint16_t* index) {
+  return xls_expr_make_function(&state->file->expr_stack_info, &state->file->expr_stack,
+                                state->scratch, number, count, index, state->has_unsupported);
 }
 
 xls_expr_op_t expr_xls2expr_conv(uint8_t token) {
@@ -299,7 +309,7 @@ static uint32_t read_attr(read_state* state, uint32_t* at, uint32_t end) {
    * nothing in the tree. */
   if (flags & kAttrSum) {
     uint16_t index = 0;
-    status = xls_expr_make_function(state, kFunctionSum, 1, &index);
+    status = make_function(state, kFunctionSum, 1, &index);
   }
   return status;
 }
@@ -454,10 +464,13 @@ static uint32_t read_name(read_state* state, uint8_t token, const unsigned char*
   if (token == 0x39) {
     sheet_ref = get_le16(bytes);
     number = get_le16(bytes + 2);
-    /* Only a name of the workbook itself, as the table says it. */
+    /* Only a name of the workbook itself: an entry of the own SUPBOOK that
+     * names the workbook, not a sheet.  The same index in another
+     * workbook's entry is one of that workbook's names. */
     xls_sheet_t *first = nullptr, *last = nullptr;
     if (xls_externsheet_readref(state->file, sheet_ref, &first, &last) ||
-        first != XLS_EXTERN_WORKBOOK || last != XLS_EXTERN_WORKBOOK)
+        first != XLS_EXTERN_WORKBOOK || last != XLS_EXTERN_WORKBOOK ||
+        state->file->externsheets[sheet_ref].supbook != state->file->own_supbook)
       return KEL_ERR_UNSUPPORTED;
   } else {
     number = get_le16(bytes);
@@ -512,10 +525,9 @@ static uint32_t read_operand(read_state* state, uint8_t token, const unsigned ch
       uint16_t index = 0;
       if (token == 0x21) {
         const expr_func_desc_t* row = expr_func_row(get_le16(bytes));
-        return xls_expr_make_function(state, get_le16(bytes), row ? row->fixed_count : 0,
-                                      &index);
+        return make_function(state, get_le16(bytes), row ? row->fixed_count : 0, &index);
       }
-      return xls_expr_make_function(state, get_le16(bytes + 1), bytes[0] & 0x7F, &index);
+      return make_function(state, get_le16(bytes + 1), bytes[0] & 0x7F, &index);
     }
     case 0x23:
     case 0x39:

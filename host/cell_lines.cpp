@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include "format/xls_format_cell.h"
+#include "formula/xls_formula_text.h"
 #include "workbook/kel_xls_file.h"
 #include "workbook/kel_xls_sheet.h"
 
@@ -107,6 +108,19 @@ std::string cell_shown_text(xls_sheet_t* sheet, const xls_cell_t* cell) {
   return shown;
 }
 
+std::string cell_formula_text(xls_sheet_t* sheet, const xls_cell_t* cell) {
+  if (cell->value.kind != vt_expr) return std::string();
+  const xls_packed_expr_t* packed = &cell->value.u.expr.packed;
+  if (!xls_is_parsed_expr(packed)) return "=";
+  unsigned short* text = nullptr;
+  if (xls_expr_to_input_str(sheet, static_cast<int32_t>(cell->row),
+                            static_cast<int32_t>(cell->column), packed, &text, nullptr))
+    return std::string();
+  std::string utf8 = cell_text_utf8(text);
+  free(text);
+  return utf8;
+}
+
 std::string cell_reference(uint32_t column, uint32_t row) {
   std::string letters;
   for (uint32_t n = column + 1; n; n = (n - 1) / 26)
@@ -127,6 +141,8 @@ uint32_t cell_lines_write(xls_file* file, int sheet, int flags, FILE* out) {
       fprintf(out, "%u\t%s\t%c\t%s", index, cell_reference(cell->column, cell->row).c_str(),
               line.kind, line.value.c_str());
       if (flags & CELL_LINES_FORMATTED) fprintf(out, "\t%s", cell_shown_text(handle, cell).c_str());
+      if ((flags & CELL_LINES_FORMULAS) && line.formula)
+        fprintf(out, "\t%s", escaped(cell_formula_text(handle, cell)).c_str());
       fputc('\n', out);
     }
   }

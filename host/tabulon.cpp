@@ -4,7 +4,7 @@
  * have nothing to say, through the workbook calls behind them.
  *
  *   tabulon info FILE [--password P] [--fonts DIR]
- *   tabulon cells FILE [--sheet N] [--formatted] [--password P] [--fonts DIR]
+ *   tabulon cells FILE [--sheet N] [--formatted] [--formulas] [--password P] [--fonts DIR]
  *   tabulon render FILE [--sheet N] [--dpi D] [--at X,Y] [--size WxH]
  *                  [--bpp 16|32] [--password P] [--fonts DIR] -o OUT.png
  *
@@ -45,7 +45,7 @@ int fail(const char* file, unsigned status) {
 
 int usage() {
   fputs("usage: tabulon info FILE [--password P] [--fonts DIR]\n"
-        "       tabulon cells FILE [--sheet N] [--formatted] [--password P] [--fonts DIR]\n"
+        "       tabulon cells FILE [--sheet N] [--formatted] [--formulas] [--password P] [--fonts DIR]\n"
         "       tabulon render FILE [--sheet N] [--dpi D] [--at X,Y] [--size WxH]\n"
         "                      [--bpp 16|32] [--password P] [--fonts DIR] -o OUT.png\n",
         stderr);
@@ -76,6 +76,7 @@ struct Options {
   const char* fonts = TABULON_FONT_DIR;
   int sheet = -1;  /* every sheet */
   bool formatted = false;
+  bool formulas = false;
   int dpi = 72;
   int x = 0, y = 0;
   int width = 800, height = 600;
@@ -94,6 +95,8 @@ bool parse_options(int argc, char** argv, Options* options) {
       options->sheet = atoi(argv[++i]);
     else if (strcmp(argv[i], "--formatted") == 0)
       options->formatted = true;
+    else if (strcmp(argv[i], "--formulas") == 0)
+      options->formulas = true;
     else if (strcmp(argv[i], "--dpi") == 0 && i + 1 < argc)
       options->dpi = atoi(argv[++i]);
     else if (strcmp(argv[i], "--at") == 0 && i + 1 < argc) {
@@ -160,8 +163,9 @@ int command_cells(const Options& options) {
   if (status) return fail(options.file, status);
   if (options.sheet >= static_cast<int>(xls_sheet_count(session->workbook)))
     status = KEL_ERR_GENERAL;
-  if (!status) status = cell_lines_write(session->workbook, options.sheet,
-                                           options.formatted ? CELL_LINES_FORMATTED : 0, stdout);
+  int flags = (options.formatted ? CELL_LINES_FORMATTED : 0) |
+              (options.formulas ? CELL_LINES_FORMULAS : 0);
+  if (!status) status = cell_lines_write(session->workbook, options.sheet, flags, stdout);
   kel_close_file(&session);
   return status ? fail(options.file, status) : 0;
 }

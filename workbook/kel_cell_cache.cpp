@@ -138,6 +138,8 @@ uint32_t kel_cell_cache_insert(kel_cell_cache_t* cache, const xls_cell_t* cell,
   }
   xls_cell_t unpinned = *cell;
   unpinned.use_count = 0;
+  unpinned.link_sheet = nullptr;
+  unpinned.link_index = 0;
   uint32_t status = xls_array_insert(cache, index, &unpinned);
   if (status) return status;
   if (position) *position = index;
@@ -151,5 +153,12 @@ void kel_cell_cache_init_it(kel_cell_iterator* it, const kel_cell_cache_t* cache
 
 xls_cell_t* kel_cell_cache_next_cell(kel_cell_iterator* it) {
   if (it->index < it->cache->count) it->index += 1;
+  return static_cast<xls_cell_t*>(xls_array_access(it->cache, it->index));
+}
+
+xls_cell_t* kel_cell_cache_prior_cell(kel_cell_iterator* it) {
+  // A new iterator stands before the first cell and behind the last.
+  if (it->index < 0) it->index = it->cache->count;
+  if (it->index >= 0) it->index -= 1;
   return static_cast<xls_cell_t*>(xls_array_access(it->cache, it->index));
 }

@@ -24,6 +24,8 @@ enum {
 
 enum { XLS_NO_SST_INDEX = 0xFFFFFFFFu };
 
+struct xls_sheet_t;
+
 struct xls_cell_t {
   uint32_t column;
   uint32_t row;
@@ -33,6 +35,10 @@ struct xls_cell_t {
   uint32_t sst_index;     /* for a string of the SST; else XLS_NO_SST_INDEX */
   uint32_t new_sst_index; /* its index in the table a save writes */
   xls_value_t value;
+  /* The workbook's calculation chain (xls_calc_chain.h): a formula's next
+   * formula, a plain cell's first reader; a null sheet is no link. */
+  xls_sheet_t* link_sheet;
+  int32_t link_index; /* index in link_sheet's table */
 };
 
 /* A counted pointer to a cell, or null. */
@@ -76,19 +82,23 @@ uint32_t kel_cell_cache_access(auto_cell_t* cell, const kel_cell_cache_t* cache,
                                int index);
 /* Inserts a copy of cell in order, taking over its value, unless a cell is
  * at that place; then the status is KEL_ERR_GENERAL and the value stays
- * the caller's.  position, if not null, gets the index. */
+ * the caller's.  The new cell is unpinned and unlinked; the cells behind it
+ * move up one index, which the chain's links must be told of.  position, if
+ * not null, gets the index. */
 uint32_t kel_cell_cache_insert(kel_cell_cache_t* cache, const xls_cell_t* cell,
                                int* position);
 int kel_cell_cache_count(const kel_cell_cache_t* cache);
 
-/* Walks the cells in order: init_it, then next_cell until it gives null.
- * These pointers are not counted: a walk holds each cell only until its
- * next step. */
+/* Walks the cells in order: init_it, then next_cell until it gives null;
+ * or backwards: init_it, then prior_cell until it gives null.  index is the
+ * cell's.  These pointers are not counted: a walk holds each cell only until
+ * its next step. */
 struct kel_cell_iterator {
   const kel_cell_cache_t* cache;
   int index;
 };
 void kel_cell_cache_init_it(kel_cell_iterator* it, const kel_cell_cache_t* cache);
 xls_cell_t* kel_cell_cache_next_cell(kel_cell_iterator* it);
+xls_cell_t* kel_cell_cache_prior_cell(kel_cell_iterator* it);
 
 #endif /* KEL_CELL_CACHE_H */

@@ -13,7 +13,6 @@
 #include "foundation/zuv_uni_string.h"
 #include "view/zuv_font_emulation.h"
 #include "workbook/kel_xls_names.h"
-#include "workbook/kel_xls_recalc.h"
 #include "workbook/kel_xls_sheet.h"
 #include "workbook/kel_xls_sst_texts.h"
 #include "workbook/kel_xls_string.h"
@@ -426,6 +425,7 @@ static void free_tables(xls_file* file) {
 
 void xls_close(xls_file* file) {
   if (!file) return;
+  dep_destroy_globals(&file->dep);
   wipe_password(file->password);
   free_tables(file);
   kel_io_stack_discard(&file->stream);
@@ -515,6 +515,7 @@ uint32_t xls_open(const xls_pool* pool, xls_file** result, int read_cells,
   file->names_info.element_size = sizeof(xls_expr_named_t);
   file->unsupported_info.element_size = sizeof(xls_apos_sheet);
   file->expr_stack_info.element_size = sizeof(uint16_t);
+  dep_init_globals(pool, &file->dep);
   // Room for the operands of all but freak formulas, kept for the session.
   file->expr_stack = static_cast<uint16_t*>(malloc(1000 * sizeof(uint16_t)));
   if (file->expr_stack) file->expr_stack_info.capacity = 1000;
@@ -547,8 +548,14 @@ uint32_t xls_open(const xls_pool* pool, xls_file** result, int read_cells,
   if (read_cells) {
     uint32_t count = 0;
     xls_unsupported_cells(file, &count);
-    if (count == 0) status = xls_recalc_in_file_order(file, locale);
-    if (status) {
+    if (count == 0) {
+      status = dep_init_master(file);
+      if (!status) status = dep_recalc_all_expressions(file, locale);
+    }
+    // A user's file must open: a chain that can't be built, or a
+    // recalculation that stops short, leaves formulas with the results the
+    // file cached.  Only a lack of memory ends the open.
+    if (status == KEL_ERR_OUT_OF_MEMORY) {
       xls_close(file);
       return status;
     }
@@ -600,6 +607,8 @@ uint32_t xls_set_active_sheet(xls_file* file, xls_sheet_t* sheet) {
 }
 
 const xls_pool* xls_pool_from_wb(const xls_file* file) { return &file->pool; }
+
+dep_global_t* xls_dep_global(xls_file* file) { return &file->dep; }
 
 uint32_t xls_font_count(const xls_file* file) { return static_cast<uint32_t>(file->fonts_info.count); }
 

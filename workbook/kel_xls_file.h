@@ -20,6 +20,7 @@
 #include "foundation/zuv_array.h"
 #include "foundation/zuv_io.h"
 #include "platform/zuv_platform.h"
+#include "formula/xls_calc_chain.h"
 #include "formula/xls_expr.h"
 #include "workbook/kel_xls_records.h"
 
@@ -105,6 +106,7 @@ struct xls_file {
   uint16_t* expr_stack;
   xls_array_info unsupported_info; /* formula cells the engine can't compute */
   xls_apos_sheet* unsupported;
+  dep_global_t dep;          /* the calculation chain */
   biff_row_v2 row_cache;     /* the last ROW read while the view paints */
   uint8_t row_cache_flags;   /* XLS_ROW_CACHE_ */
   uint32_t active_tab;       /* WINDOW1's active sheet at open */
@@ -160,11 +162,14 @@ uint32_t xls_format_count(const xls_file* file);
 uint32_t xls_xf_count(const xls_file* file);
 uint32_t xls_name_count(const xls_file* file);
 
-/* The formula cells the engine cannot compute.  While there is one, the
- * workbook is not recalculated: every formula keeps the result the file
- * cached. */
+/* The formula cells the engine cannot compute, and those the chain left
+ * out for a circle.  A workbook that has one when its sheets are read is
+ * not recalculated: every formula keeps the result the file cached. */
 const xls_apos_sheet* xls_unsupported_cells(const xls_file* file, uint32_t* count);
 uint32_t xls_add_unsupported_cell(xls_file* file, const xls_apos_sheet& position);
+
+/* The workbook's calculation chain. */
+dep_global_t* xls_dep_global(xls_file* file);
 
 /* True when text is a string of file's in-memory shared string table, which
  * cell values borrow rather than own. */

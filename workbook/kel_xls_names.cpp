@@ -102,6 +102,26 @@ xls_expr_named_t* xls_named_get_by_index(const xls_file* file, uint32_t index) {
   return &file->names[index - 1];
 }
 
+xls_expr_named_t* xls_named_get_by_name(const xls_file* file, const xls_sheet_t* sheet,
+                                        const unsigned short* text, uint32_t length,
+                                        uint32_t* index) {
+  int global = -1;
+  for (int i = 0; i < file->names_info.count; ++i) {
+    const xls_expr_named_t& named = file->names[i];
+    if (!named.name || ucs2_ncmpi(named.name, text, length) != 0 ||
+        ucs2_len(named.name) != length)
+      continue;
+    if (named.sheet && named.sheet == sheet) {
+      *index = static_cast<uint32_t>(i) + 1;
+      return &file->names[i];
+    }
+    if (!named.sheet && global < 0) global = i;
+  }
+  if (global < 0) return nullptr;
+  *index = static_cast<uint32_t>(global) + 1;
+  return &file->names[global];
+}
+
 uint32_t xls_externsheet_readref(const xls_file* file, uint16_t index, xls_sheet_t** first,
                                  xls_sheet_t** last) {
   if (index >= file->externsheets_info.count) return KEL_ERR_EXTERNAL_REFERENCE;

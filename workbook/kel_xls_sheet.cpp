@@ -5,6 +5,7 @@
 
 #include "formula/xls_expr.h"
 #include "foundation/zuv_memio.h"
+#include "foundation/zuv_uni_string.h"
 #include "workbook/kel_xls_file.h"
 
 /* The BOF that a new sheet records until its own is read. */
@@ -88,6 +89,16 @@ uint32_t xls_read_SELECTION(const unsigned char* body, uint32_t length,
 }
 
 const unsigned short* xls_sheet_name(const xls_sheet_t* sheet) { return sheet->name; }
+
+xls_sheet_t* xls_find_sheet_by_name(const xls_file* file, const unsigned short* name,
+                                    uint32_t length) {
+  for (uint32_t i = 0; i < xls_sheet_count(file); ++i) {
+    xls_sheet_t* sheet = xls_sheet_handle(file, i);
+    const unsigned short* own = sheet->name;
+    if (own && ucs2_ncmpi(own, name, length) == 0 && ucs2_len(own) == length) return sheet;
+  }
+  return nullptr;
+}
 
 uint8_t xls_sheet_visibility(const xls_sheet_t* sheet) { return sheet->visibility; }
 

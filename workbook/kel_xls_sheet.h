@@ -261,6 +261,10 @@ uint32_t xls_MERGEDCELLS_read(const xls_pool* pool, zuv_io* stream, unsigned cha
 uint32_t xls_get_merged_cells(xls_sheet_t* sheet, xls_simple_array* merged);
 
 const unsigned short* xls_sheet_name(const xls_sheet_t* sheet);
+/* The sheet of file whose name is the length units of name (which need not
+ * be terminated), compared without case; null when there is none. */
+xls_sheet_t* xls_find_sheet_by_name(const xls_file* file, const unsigned short* name,
+                                    uint32_t length);
 uint8_t xls_sheet_visibility(const xls_sheet_t* sheet);
 uint8_t xls_sheet_type(const xls_sheet_t* sheet);
 

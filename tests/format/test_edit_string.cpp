@@ -105,9 +105,10 @@ TEST(EditString, LiteralsAndText) {
   EXPECT_EQ(type_in(u"-").string, u"-");
   EXPECT_EQ(type_in(u"1/2/3/4").string, u"1/2/3/4");
 
-  // Formulas wait for the parser, unless the help says the text is none.
+  // A formula needs its cell (the formula tests type them into one),
+  // unless the help says the text is none.
   t = type_in(u"=1+2");
-  EXPECT_EQ(t.status, static_cast<uint32_t>(KEL_ERR_UNSUPPORTED));
+  EXPECT_EQ(t.status, static_cast<uint32_t>(KEL_ERR_INVALID_ARGUMENT));
   EXPECT_EQ(t.kind, static_cast<uint32_t>(bvt_empty));
   auto_format_help_t help = {1, nullptr, nullptr};
   EXPECT_EQ(type_in(u"=1+2", nullptr, nullptr, &help).string, u"=1+2");

@@ -204,14 +204,15 @@ class Codec : public ::testing::Test {
   }
 
   // EXTERNSHEET 0: sheet 1; 1: sheets 0 to 2; 2: another workbook; 3: a
-  // deleted sheet.  Names 1 "Rate" and 2 "Other".
+  // deleted sheet; 4: the workbook itself.  Names 1 "Rate" and 2 "Other".
   void add_references() {
     file()->own_supbook = 0;
     file()->supbook_count = 2;
     xls_externsheet_t entries[] = {{0, 1, 1, book_.sheet(1), book_.sheet(1)},
                                    {0, 0, 2, book_.sheet(0), book_.sheet(2)},
                                    {1, 0, 0, nullptr, nullptr},
-                                   {0, 5, 5, XLS_EXTERN_DELETED, XLS_EXTERN_DELETED}};
+                                   {0, 5, 5, XLS_EXTERN_DELETED, XLS_EXTERN_DELETED},
+                                   {0, 0xFFFE, 0xFFFE, XLS_EXTERN_WORKBOOK, XLS_EXTERN_WORKBOOK}};
     for (const xls_externsheet_t& entry : entries)
       push(&file()->externsheets_info, &file()->externsheets, entry);
     for (const char* text : {"Rate", "Other"}) {
@@ -352,7 +353,7 @@ TEST_F(Codec, FunctionsTheEngineCannotComputeAreFlagged) {
   xls_expr_named_t* other = &file()->names[1];
   ASSERT_EQ(0u, read(tok({0x41}, {kDatedif}), &other->packed));
   other->parsed = 1;
-  ASSERT_EQ(0u, read(tok({0x39}, {2, 2, 0}), &packed));
+  ASSERT_EQ(0u, read(tok({0x39}, {4, 2, 0}), &packed));
   EXPECT_TRUE(xls_expr_contains_unsupported_function(&packed, nullptr));
   expr_free(&packed, true);
 }
@@ -501,11 +502,12 @@ TEST_F(Codec, ThreeDimensionalReferencesAndNamesRoundTrip) {
   EXPECT_EQ("add(name2,L1) #3", tree(cat({tok({0x23}, {2, 0}), t_int(1), kAdd})));
   round_trip(cat({tok({0x23}, {2, 0}), t_int(1), kAdd}));
   EXPECT_EQ("status 07371715", tree(tok({0x23}, {3, 0})));
-  EXPECT_EQ("namex2:1 #1", tree(tok({0x39}, {2, 1, 0})));
-  EXPECT_EQ(tok({0x59}, {2, 1, 0}), round_trip(tok({0x39}, {2, 1, 0})));
+  EXPECT_EQ("namex4:1 #1", tree(tok({0x39}, {4, 1, 0})));
+  EXPECT_EQ(tok({0x59}, {4, 1, 0}), round_trip(tok({0x39}, {4, 1, 0})));
+  EXPECT_EQ("status 07371715", tree(tok({0x39}, {2, 1, 0})));  // another workbook's name
   EXPECT_EQ("status 07371715", tree(tok({0x39}, {0, 1, 0})));  // a sheet's entry
   EXPECT_EQ("status 07371715", tree(tok({0x39}, {9, 1, 0})));  // beyond the table
-  EXPECT_EQ("status 07371715", tree(tok({0x39}, {2, 5, 0})));  // no such name
+  EXPECT_EQ("status 07371715", tree(tok({0x39}, {4, 5, 0})));  // no such name
 
   // One cell on one sheet as an area: a cell reference unless the caller
   // keeps ranges.
@@ -583,7 +585,7 @@ TEST_F(Codec, TruncatedTokenBlocksAreRefusedWithoutReadingPastTheirEnd) {
       cat({t_int(1), t_attr(0x04, 2), {8, 0, 29, 0, 36, 0}, t_int(2), t_attr(0x08, 10), t_int(4),
            t_attr(0x08, 3), t_funcvar(3, kChoose)}),
       cat({t_str("text"), {0x17, 3, 1, 'a', 0, 'b', 0, 'c', 0}, {0x08}}),
-      cat({tok({0x3A}, {0, 1, 2}), tok({0x3B}, {1, 0, 1, 2, 3}), tok({0x39}, {2, 1, 0}),
+      cat({tok({0x3A}, {0, 1, 2}), tok({0x3B}, {1, 0, 1, 2, 3}), tok({0x39}, {4, 1, 0}),
            tok({0x23}, {1, 0}), t_num(2.5), t_funcvar(5, kSum)}),
       cat({tok({0x25}, {0, 1, 0, 1}), tok({0x2D}, {0, 1, 0xC000, 0xC001}), kIsect, {0x29, 0, 0},
            t_funcvar(1, kSum)}),
