@@ -16,16 +16,11 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_common.h"
 #include "foundation/zuv_uni_string.h"
 #include "tabulon.h"
 
 namespace {
-
-double now() {
-  timespec t;
-  clock_gettime(CLOCK_MONOTONIC, &t);
-  return t.tv_sec + t.tv_nsec / 1e9;
-}
 
 std::vector<unsigned short> wide(const char* utf8) {
   std::vector<unsigned short> text(strlen(utf8) + 1, 0);
@@ -65,13 +60,13 @@ int main(int argc, char** argv) {
     if (!status) status = kel_set_row_offscreen_buffer(file, 0, rows.data(), 64, height);
     if (!status) status = kel_render_sheet(file, sheet, 0, 0);  // fonts and headings warm
     if (status) break;
-    double start = now();
+    double start = bench_now();
     for (int i = 0; i < paints && !status; ++i) status = kel_render_sheet(file, sheet, 0, 0);
-    double still = (now() - start) * 1000 / paints;
-    start = now();
+    double still = (bench_now() - start) * 1000 / paints;
+    start = bench_now();
     for (int i = 0; i < paints && !status; ++i)
       status = kel_render_sheet(file, sheet, (i % 20) * 137, i * 997);
-    double scrolled = (now() - start) * 1000 / paints;
+    double scrolled = (bench_now() - start) * 1000 / paints;
     if (status) break;
     printf("dpi %d size %dx%d paints %d ms_per_paint %.3f\n", dpi, width, height, paints, still);
     printf("dpi %d size %dx%d paints %d scrolled_ms_per_paint %.3f\n", dpi, width, height,

@@ -8,18 +8,10 @@
  */
 #include <stdio.h>
 #include <string.h>
-#include <time.h>
 
-#include "foundation/zuv_uni_string.h"
-#include "module/linux_pool.h"
+#include "bench/bench_common.h"
 #include "workbook/kel_xls_file.h"
 #include "workbook/kel_xls_sheet.h"
-
-static double now() {
-  timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return ts.tv_sec + ts.tv_nsec / 1e9;
-}
 
 /* A field of /proc/self/status in kB, such as "VmHWM:". */
 static long status_kb(const char* field) {
@@ -35,27 +27,12 @@ static long status_kb(const char* field) {
 }
 
 int main(int argc, char** argv) {
-  if (argc != 2 && !(argc == 4 && strcmp(argv[2], "--password") == 0)) {
-    fputs("usage: bench_read FILE [--password P]\n", stderr);
-    return 1;
-  }
-  FILE* stream = fopen(argv[1], "rb");
-  if (!stream) {
-    perror(argv[1]);
-    return 2;
-  }
   long rss_before = status_kb("VmRSS:");
-  xls_pool pool;
-  linux_pool_for_file(stream, &pool);
-  double start = now();
+  FILE* stream = nullptr;
   xls_file* file = nullptr;
-  uint32_t status = xls_open(&pool, &file, 1, nullptr, kel_format_biff8,
-                             argc == 4 ? dup2ucs2(argv[3]) : nullptr);
-  double opened = now();
-  if (status) {
-    fprintf(stderr, "bench_read: %s: open failed, 0x%08X\n", argv[1], status);
-    return 2;
-  }
+  double open_seconds = 0;
+  if (int code = bench_open(argc, argv, "bench_read", &stream, &file, &open_seconds)) return code;
+  double opened = bench_now();
   g_current_wb = file;
   long cells = 0;
   double checksum = 0;
@@ -73,10 +50,10 @@ int main(int argc, char** argv) {
       auto_cell_release(&info.cell);
     }
   }
-  double read = now();
+  double read = bench_now();
   long peak = status_kb("VmHWM:");
   printf("open_s %.3f\nread_s %.3f\npeak_rss_kb %ld\ncells %ld\nbytes_per_cell %.1f\n",
-         opened - start, read - opened, peak, cells,
+         open_seconds, read - opened, peak, cells,
          cells ? (peak - rss_before) * 1024.0 / cells : 0.0);
   fprintf(stderr, "checksum %.6g\n", checksum);
   g_current_wb = nullptr;

@@ -10,19 +10,11 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <time.h>
 
+#include "bench/bench_common.h"
 #include "formula/xls_calc_chain.h"
-#include "foundation/zuv_uni_string.h"
-#include "module/linux_pool.h"
 #include "workbook/kel_xls_file.h"
 #include "workbook/kel_xls_sheet.h"
-
-static double now() {
-  timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return ts.tv_sec + ts.tv_nsec / 1e9;
-}
 
 static long count_formulas(xls_file* file) {
   long count = 0;
@@ -64,33 +56,17 @@ static bool head_input(xls_file* file, xls_cell_ptr* input) {
 }
 
 int main(int argc, char** argv) {
-  if (argc != 2 && !(argc == 4 && strcmp(argv[2], "--password") == 0)) {
-    fputs("usage: bench_recalc FILE [--password P]\n", stderr);
-    return 1;
-  }
-  FILE* stream = fopen(argv[1], "rb");
-  if (!stream) {
-    perror(argv[1]);
-    return 2;
-  }
-  xls_pool pool;
-  linux_pool_for_file(stream, &pool);
-  double start = now();
+  FILE* stream = nullptr;
   xls_file* file = nullptr;
-  uint32_t status = xls_open(&pool, &file, 1, nullptr, kel_format_biff8,
-                             argc == 4 ? dup2ucs2(argv[3]) : nullptr);
-  double opened = now();
-  if (status) {
-    fprintf(stderr, "bench_recalc: %s: open failed, 0x%08X\n", argv[1], status);
-    return 2;
-  }
+  double open_seconds = 0;
+  if (int code = bench_open(argc, argv, "bench_recalc", &stream, &file, &open_seconds)) return code;
   g_current_wb = file;
   uint32_t unsupported = 0;
   xls_unsupported_cells(file, &unsupported);
   if (unsupported) fprintf(stderr, "bench_recalc: %u cells are not computed\n", unsupported);
-  double all_start = now();
-  status = dep_recalc_all_expressions(file, nullptr);
-  double all_end = now();
+  double all_start = bench_now();
+  uint32_t status = dep_recalc_all_expressions(file, nullptr);
+  double all_end = bench_now();
   double one = -1;
   xls_cell_ptr input = {};
   if (!status && head_input(file, &input)) {
@@ -98,13 +74,13 @@ int main(int argc, char** argv) {
     xls_value_double(&value, xls_value_todouble(&input.cell->value) + 1);
     xls_free_value(&input.cell->value);
     input.cell->value = value;
-    double one_start = now();
+    double one_start = bench_now();
     status = dep_recalc(&input, nullptr, nullptr);
-    one = now() - one_start;
+    one = bench_now() - one_start;
     auto_cell_release(&input.cell);
   }
   if (status) fprintf(stderr, "bench_recalc: recalculation failed, 0x%08X\n", status);
-  printf("open_s %.3f\nformulas %ld\nrecalc_all_s %.3f\n", opened - start, count_formulas(file),
+  printf("open_s %.3f\nformulas %ld\nrecalc_all_s %.3f\n", open_seconds, count_formulas(file),
          all_end - all_start);
   if (one >= 0) printf("recalc_one_s %.4f\n", one);
   else printf("recalc_one_s -\n");

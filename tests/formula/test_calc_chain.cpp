@@ -13,19 +13,16 @@
 #include "formula/xls_calc_chain.h"
 #include "formula/xls_formula_codec.h"
 #include "formula_test_book.h"
+#include "formula_tokens.h"
 #include "kel_status.h"
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using formula_test::Bytes;
+using formula_test::cat;
 using formula_test::Book;
 using formula_test::parse_a1;
 
-Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
 void le16(Bytes* bytes, uint32_t word) { bytes->insert(bytes->end(), {uint8_t(word), uint8_t(word >> 8)}); }
 
 // Relative references unless told, as a cell's formula holds them.

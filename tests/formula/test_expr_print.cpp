@@ -13,34 +13,19 @@
 #include "formula/xls_formula_codec.h"
 #include "formula/xls_formula_text.h"
 #include "formula_test_book.h"
+#include "formula_tokens.h"
 #include "kel_status.h"
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using formula_test::Bytes;
+using formula_test::cat;
+using formula_test::t_int;
+using formula_test::t_num;
+using formula_test::t_str;
+using formula_test::tok;
 using formula_test::u16dup;
 
-Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
-Bytes tok(Bytes head, std::initializer_list<uint32_t> words = {}) {
-  for (uint32_t w : words) head.insert(head.end(), {uint8_t(w), uint8_t(w >> 8)});
-  return head;
-}
-Bytes t_int(uint32_t n) { return tok({0x1E}, {n}); }
-Bytes t_num(double value) {
-  uint64_t b;
-  memcpy(&b, &value, sizeof b);
-  return tok({0x1F}, {uint32_t(b), uint32_t(b >> 16), uint32_t(b >> 32), uint32_t(b >> 48)});
-}
-Bytes t_str(const std::string& latin1) {
-  Bytes b = {0x17, uint8_t(latin1.size()), 0x00};
-  for (char c : latin1) b.push_back(uint8_t(c));
-  return b;
-}
-Bytes t_func(uint32_t count, uint32_t number) { return tok({0x42, uint8_t(count)}, {number}); }
 // The column field of a reference: the column and its relative flags.
 uint32_t col(uint32_t column, bool row_relative, bool column_relative) {
   return column | (row_relative ? 0x8000 : 0) | (column_relative ? 0x4000 : 0);
@@ -115,32 +100,6 @@ class Print : public ::testing::Test {
     handle->name = u16dup(name);
   }
 
-  template <typename T>
-  static void push(xls_array_info* info, T** data, const T& element) {
-    void* block = *data;
-    ASSERT_EQ(0u, xls_array_push(info, &block, &element));
-    *data = static_cast<T*>(block);
-  }
-
-  // EXTERNSHEET 0: sheet 1; 1: sheets 0 to 2; 2: another workbook; 3: a
-  // deleted sheet; 4: the workbook itself.  Names 1 "Rate" and 2 "Other".
-  void add_references() {
-    file()->own_supbook = 0;
-    file()->supbook_count = 2;
-    xls_externsheet_t entries[] = {{0, 1, 1, book_.sheet(1), book_.sheet(1)},
-                                   {0, 0, 2, book_.sheet(0), book_.sheet(2)},
-                                   {1, 0, 0, nullptr, nullptr},
-                                   {0, 5, 5, XLS_EXTERN_DELETED, XLS_EXTERN_DELETED},
-                                   {0, 0xFFFE, 0xFFFE, XLS_EXTERN_WORKBOOK, XLS_EXTERN_WORKBOOK}};
-    for (const xls_externsheet_t& entry : entries)
-      push(&file()->externsheets_info, &file()->externsheets, entry);
-    for (const char* text : {"Rate", "Other"}) {
-      xls_expr_named_t named = {};
-      named.name = u16dup(text);
-      push(&file()->names_info, &file()->names, named);
-    }
-  }
-
   formula_test::Book book_;
   dynamic_expr_t scratch_;
 };
@@ -171,26 +130,26 @@ TEST_F(Print, ParenthesesComeFromPrecedenceAndAssociativity) {
   EXPECT_EQ("=$A$1:($B$2%)", print(cat({a1, b2, kPercent, kRange})));
   // Reference operators bind tightest: the blank intersects.
   EXPECT_EQ("=$A$1 $C$1", print(cat({a1, c1, kIsect})));
-  EXPECT_EQ("=SUM($A$1:$B$2 $C$1)", print(cat({a1, b2, kRange, c1, kIsect, t_func(1, kSum)})));
+  EXPECT_EQ("=SUM($A$1:$B$2 $C$1)", print(cat({a1, b2, kRange, c1, kIsect, formula_test::t_funcvar(1, kSum)})));
   EXPECT_EQ("=($A$1 $B$2):$C$1", print(cat({a1, b2, kIsect, c1, kRange})));
 }
 
 TEST_F(Print, FunctionsTakeTheLocalesNamesAndSeparator) {
   Bytes args = cat({t_int(1), t_num(2.5)});
-  EXPECT_EQ("=IF(,1,#DIV/0!)", print(cat({kMiss, t_int(1), {0x1C, 0x07}, t_func(3, kIf)})));
-  EXPECT_EQ("=IF(1,)", print(cat({t_int(1), kMiss, t_func(2, kIf)})));
+  EXPECT_EQ("=IF(,1,#DIV/0!)", print(cat({kMiss, t_int(1), {0x1C, 0x07}, formula_test::t_funcvar(3, kIf)})));
+  EXPECT_EQ("=IF(1,)", print(cat({t_int(1), kMiss, formula_test::t_funcvar(2, kIf)})));
   EXPECT_EQ("=PI()", print(tok({0x41}, {kPi})));
-  EXPECT_EQ("=SUM(1,2.5)", print(cat({args, t_func(2, kSum)})));
+  EXPECT_EQ("=SUM(1,2.5)", print(cat({args, formula_test::t_funcvar(2, kSum)})));
 
   TestLocale comma(',');
   comma.locale.function_names[kSum] = u16dup("SUMME");
   comma.locale.true_word = u16dup("WAHR");
   EXPECT_EQ("=SUMME(1;2,5;WAHR)",
-            print(cat({args, {0x1D, 1}, t_func(3, kSum)}), 0, 0, &comma.locale));
+            print(cat({args, {0x1D, 1}, formula_test::t_funcvar(3, kSum)}), 0, 0, &comma.locale));
   // A row the locale leaves without a name keeps the English one.
-  EXPECT_EQ("=IF(1;2,5)", print(cat({args, t_func(2, kIf)}), 0, 0, &comma.locale));
+  EXPECT_EQ("=IF(1;2,5)", print(cat({args, formula_test::t_funcvar(2, kIf)}), 0, 0, &comma.locale));
   TestLocale point('.');
-  EXPECT_EQ("=SUM(1,2.5)", print(cat({args, t_func(2, kSum)}), 0, 0, &point.locale));
+  EXPECT_EQ("=SUM(1,2.5)", print(cat({args, formula_test::t_funcvar(2, kSum)}), 0, 0, &point.locale));
 
   // A number beyond the table names nothing.
   xls_expr_t node = {};
@@ -208,23 +167,23 @@ TEST_F(Print, ReferencesPointFromTheCellKeepingTheirDollars) {
   EXPECT_EQ("=IV65536", print(tok({0x2C}, {0xFFFF, col(0xFF, true, true)}), 0, 0));
   // Ranges are ordered, each corner part keeping its own "$".
   EXPECT_EQ("=SUM($A1:B$3)",
-            print(cat({t_area(2, 0, col(1, false, true), col(0, true, false)), t_func(1, kSum)})));
-  EXPECT_EQ("=SUM($C$4)", print(cat({t_area(3, 3, 2, 2), t_func(1, kSum)})));
+            print(cat({t_area(2, 0, col(1, false, true), col(0, true, false)), formula_test::t_funcvar(1, kSum)})));
+  EXPECT_EQ("=SUM($C$4)", print(cat({t_area(3, 3, 2, 2), formula_test::t_funcvar(1, kSum)})));
   EXPECT_EQ("=SUM(C$4:C4)", print(cat({t_area(3, 3, col(2, false, true), col(2, true, true)),
-                                       t_func(1, kSum)})));
+                                       formula_test::t_funcvar(1, kSum)})));
   // Whole rows and columns, by extent.
-  EXPECT_EQ("=SUM($1:$2)", print(cat({t_area(0, 1, 0, 255), t_func(1, kSum)})));
+  EXPECT_EQ("=SUM($1:$2)", print(cat({t_area(0, 1, 0, 255), formula_test::t_funcvar(1, kSum)})));
   EXPECT_EQ("=SUM(2:3)", print(cat({t_area(1, 2, col(0, true, false), col(255, true, false)),
-                                    t_func(1, kSum)})));
-  EXPECT_EQ("=SUM($A:B)", print(cat({t_area(0, 65535, 0, col(1, false, true)), t_func(1, kSum)})));
-  EXPECT_EQ("=SUM($1:$65536)", print(cat({t_area(0, 65535, 0, 255), t_func(1, kSum)})));
-  EXPECT_EQ("=SUM($A$1:$IU$65535)", print(cat({t_area(0, 65534, 0, 254), t_func(1, kSum)})));
+                                    formula_test::t_funcvar(1, kSum)})));
+  EXPECT_EQ("=SUM($A:B)", print(cat({t_area(0, 65535, 0, col(1, false, true)), formula_test::t_funcvar(1, kSum)})));
+  EXPECT_EQ("=SUM($1:$65536)", print(cat({t_area(0, 65535, 0, 255), formula_test::t_funcvar(1, kSum)})));
+  EXPECT_EQ("=SUM($A$1:$IU$65535)", print(cat({t_area(0, 65534, 0, 254), formula_test::t_funcvar(1, kSum)})));
   // Errors in place of references.
   EXPECT_EQ("=#REF!+1", print(cat({tok({0x2A}, {0, 0}), t_int(1), kAdd})));
 }
 
 TEST_F(Print, SheetNamesAreQuotedOnlyWhereTheyWouldReadAsSomethingElse) {
-  add_references();
+  formula_test::add_references(book_);
   Bytes on_sheet1 = tok({0x3A}, {0, 3, 2});  // entry 0: sheet 1, $C$4
   const std::pair<const char*, const char*> names[] = {
       {"Data", "=Data!$C$4"},          {"x.y_1", "=x.y_1!$C$4"},
@@ -248,7 +207,7 @@ TEST_F(Print, SheetNamesAreQuotedOnlyWhereTheyWouldReadAsSomethingElse) {
   rename(2, "Last one");
   EXPECT_EQ("='First:Last one'!$C$4", print(span));
   EXPECT_EQ("=SUM('First:Last one'!$A$1:$B$10)",
-            print(cat({tok({0x3B}, {1, 0, 9, 0, 1}), t_func(1, kSum)})));
+            print(cat({tok({0x3B}, {1, 0, 9, 0, 1}), formula_test::t_funcvar(1, kSum)})));
 
   // Another workbook, a deleted sheet: the error text.
   EXPECT_EQ("=#REF!", print(tok({0x3A}, {2, 3, 2})));
@@ -269,7 +228,7 @@ TEST_F(Print, SheetNamesAreQuotedOnlyWhereTheyWouldReadAsSomethingElse) {
 }
 
 TEST_F(Print, NamesPrintTheirTextOrNameError) {
-  add_references();
+  formula_test::add_references(book_);
   EXPECT_EQ("=Other*2", print(cat({tok({0x23}, {2, 0}), t_int(2), kMul})));
   EXPECT_EQ("=Rate", print(tok({0x39}, {4, 1, 0})));
   xls_expr_named_t unnamed = {};
@@ -302,10 +261,10 @@ TEST_F(Print, ConstantsPrintAsTheFormulaBarShowsThem) {
                     1, 0, 0, 0, 0, 0, 0, 0x00, 0x40,   // 2
                     2, 1, 0, 0, 'a',                   // "a"
                     4, 1, 0, 0, 0, 0, 0, 0, 0};        // TRUE
-  EXPECT_EQ("=SUM({1,2;\"a\",TRUE})", print(cat({kArray, t_func(1, kSum)}), 0, 0, nullptr, elements));
+  EXPECT_EQ("=SUM({1,2;\"a\",TRUE})", print(cat({kArray, formula_test::t_funcvar(1, kSum)}), 0, 0, nullptr, elements));
   comma.locale.function_names[kSum] = u16dup("SUMME");
   EXPECT_EQ("=SUMME({1,2;\"a\",TRUE})",
-            print(cat({kArray, t_func(1, kSum)}), 0, 0, &comma.locale, elements));
+            print(cat({kArray, formula_test::t_funcvar(1, kSum)}), 0, 0, &comma.locale, elements));
 }
 
 TEST_F(Print, SharedFormulasPrintAtTheCellAndArrayFormulasAtTheirAnchor) {

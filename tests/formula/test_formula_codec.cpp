@@ -12,35 +12,20 @@
 
 #include "formula/xls_formula_codec.h"
 #include "formula_test_book.h"
+#include "formula_tokens.h"
 #include "kel_status.h"
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using formula_test::Bytes;
+using formula_test::cat;
+using formula_test::t_int;
+using formula_test::t_num;
+using formula_test::t_str;
+using formula_test::tok;
+using formula_test::t_funcvar;
 
-Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes all;
-  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
 
-// Token bytes followed by 16-bit fields.
-Bytes tok(Bytes head, std::initializer_list<uint32_t> words = {}) {
-  for (uint32_t w : words) head.insert(head.end(), {uint8_t(w), uint8_t(w >> 8)});
-  return head;
-}
-Bytes t_int(uint32_t n) { return tok({0x1E}, {n}); }
-Bytes t_num(double value) {
-  uint64_t b;
-  memcpy(&b, &value, sizeof b);
-  return tok({0x1F}, {uint32_t(b), uint32_t(b >> 16), uint32_t(b >> 32), uint32_t(b >> 48)});
-}
-Bytes t_str(const std::string& latin1) {
-  Bytes b = {0x17, uint8_t(latin1.size()), 0x00};
-  for (char c : latin1) b.push_back(uint8_t(c));
-  return b;
-}
-Bytes t_funcvar(uint32_t count, uint32_t number) { return tok({0x42, uint8_t(count)}, {number}); }
 Bytes t_attr(uint32_t flags, uint32_t word) { return tok({0x19, uint8_t(flags)}, {word}); }
 
 const Bytes kArray = {0x60, 0, 0, 0, 0, 0, 0, 0};
@@ -196,32 +181,6 @@ class Codec : public ::testing::Test {
     return node_text(packed, expr_root_expr(&packed)) + " #" + std::to_string(packed.count);
   }
 
-  template <typename T>
-  static void push(xls_array_info* info, T** data, const T& element) {
-    void* block = *data;
-    ASSERT_EQ(0u, xls_array_push(info, &block, &element));
-    *data = static_cast<T*>(block);
-  }
-
-  // EXTERNSHEET 0: sheet 1; 1: sheets 0 to 2; 2: another workbook; 3: a
-  // deleted sheet; 4: the workbook itself.  Names 1 "Rate" and 2 "Other".
-  void add_references() {
-    file()->own_supbook = 0;
-    file()->supbook_count = 2;
-    xls_externsheet_t entries[] = {{0, 1, 1, book_.sheet(1), book_.sheet(1)},
-                                   {0, 0, 2, book_.sheet(0), book_.sheet(2)},
-                                   {1, 0, 0, nullptr, nullptr},
-                                   {0, 5, 5, XLS_EXTERN_DELETED, XLS_EXTERN_DELETED},
-                                   {0, 0xFFFE, 0xFFFE, XLS_EXTERN_WORKBOOK, XLS_EXTERN_WORKBOOK}};
-    for (const xls_externsheet_t& entry : entries)
-      push(&file()->externsheets_info, &file()->externsheets, entry);
-    for (const char* text : {"Rate", "Other"}) {
-      xls_expr_named_t named = {};
-      named.name = formula_test::u16dup(text);
-      push(&file()->names_info, &file()->names, named);
-    }
-  }
-
   // A shared (or array) formula on sheet 0 anchored at (row, 1).
   xls_shared_expr* add_shared(uint16_t row, bool array, const Bytes& tokens) {
     xls_shared_expr record = {};
@@ -335,7 +294,7 @@ TEST_F(Codec, SharedAndArrayFormulaCellsReadAsOneSharedNode) {
 }
 
 TEST_F(Codec, FunctionsTheEngineCannotComputeAreFlagged) {
-  add_references();
+  formula_test::add_references(book_);
   bool unsupported = false;
   xls_packed_expr_t packed = {};
   ASSERT_EQ(0u, read(cat({t_int(1), t_int(2), t_str("d"), tok({0x41}, {kDatedif})}), &packed, {},
@@ -472,7 +431,7 @@ TEST_F(Codec, ArrayConstantsRoundTripInTheirOrder) {
 }
 
 TEST_F(Codec, ThreeDimensionalReferencesAndNamesRoundTrip) {
-  add_references();
+  formula_test::add_references(book_);
   EXPECT_EQ("cell(1!r3c2) #1", tree(tok({0x3A}, {0, 3, 2})));
   EXPECT_EQ(tok({0x5A}, {0, 3, 2}), round_trip(tok({0x3A}, {0, 3, 2})));
   EXPECT_EQ("cell(1!r~-1c2) #1", tree(tok({0x3A}, {0, 3, 0x8002}), {}, {4, 0}));
@@ -578,7 +537,7 @@ TEST_F(Codec, TokenClassesFollowWhatTheConsumerExpects) {
 }
 
 TEST_F(Codec, TruncatedTokenBlocksAreRefusedWithoutReadingPastTheirEnd) {
-  add_references();
+  formula_test::add_references(book_);
   const Bytes formulas[] = {
       cat({t_int(3), t_int(2), kGt, t_attr(0x02, 8), t_str("a"), t_attr(0x08, 10), t_str("b"),
            t_attr(0x08, 3), t_funcvar(3, kIf)}),
@@ -613,7 +572,7 @@ TEST_F(Codec, TruncatedTokenBlocksAreRefusedWithoutReadingPastTheirEnd) {
 // offsets that name the same cell, as a ptgRef read into a shared formula
 // comes back as a ptgRefN -- and nothing may read outside the block.
 TEST_F(Codec, RandomTokenStreamsReadSafelyAndWhatReadsRoundTrips) {
-  add_references();
+  formula_test::add_references(book_);
   std::mt19937 random(20240601);
   auto pick = [&random](uint32_t n) { return uint32_t(random() % n); };
   int read_count = 0;
