@@ -425,14 +425,18 @@ void dep_destroy_globals(dep_global_t* global) {
   global->working_set.capacity = 0;
 }
 
-static void clear_links(xls_file* file) {
-  visit_cells(file, true, [](xls_sheet_t*, int, xls_cell_t* cell) -> uint32_t {
+/* Unlinks every cell; gives the number of formulas met. */
+static uint32_t clear_links(xls_file* file) {
+  uint32_t formulas = 0;
+  visit_cells(file, true, [&formulas](xls_sheet_t*, int, xls_cell_t* cell) -> uint32_t {
     set_link(cell, nullptr, 0);
+    formulas += is_formula(cell);
     return 0;
   });
   dep_global_t* global = xls_dep_global(file);
   global->head_sheet = nullptr;
   global->head_index = -1;
+  return formulas;
 }
 
 /* A formula placed in the chain, or left out while it is built. */
@@ -522,7 +526,8 @@ static uint32_t place_formulas(xls_file* file, dep_global_t* global) {
 
 uint32_t dep_init_master(xls_file* file) {
   dep_global_t* global = xls_dep_global(file);
-  clear_links(file);
+  // Each pass reads every cell; a workbook of plain values needs no more.
+  if (!clear_links(file)) return 0;
   uint32_t status = count_readers(file, &global->working_set);
   if (!status) status = place_formulas(file, global);
   clear_cell_ptr(&global->working_set);

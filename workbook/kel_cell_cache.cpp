@@ -26,8 +26,9 @@ void kel_cell_cache_init(kel_cell_cache_t* cache, const zuv_mem* mem,
 }
 
 void kel_cell_cache_free(kel_cell_cache_t* cache) {
-  for (int i = 0; i < cache->count; ++i)
-    xls_free_value(&static_cast<xls_cell_t*>(xls_array_access(cache, i))->value);
+  kel_cell_iterator it;
+  kel_cell_cache_init_it(&it, cache);
+  while (xls_cell_t* cell = kel_cell_cache_next_cell(&it)) xls_free_value(&cell->value);
   xls_array_free(cache);
 }
 
@@ -106,7 +107,8 @@ uint32_t kel_cell_cache_find_cell(auto_cell_t* cell, const kel_cell_cache_t* cac
 
 uint32_t kel_cell_cache_find_cell_near(auto_cell_t* cell, const kel_cell_cache_t* cache,
                                        uint32_t column, uint32_t row, int* hint) {
-  for (int guess = *hint; guess <= *hint + 1; ++guess) {
+  // A walk in order reads the cell after the last one most often.
+  for (int guess = *hint + 1; guess >= *hint; --guess) {
     xls_cell_t* candidate = static_cast<xls_cell_t*>(xls_array_access(cache, guess));
     if (candidate && compare_position(column, row, candidate) == 0) {
       *hint = guess;
@@ -147,18 +149,32 @@ uint32_t kel_cell_cache_insert(kel_cell_cache_t* cache, const xls_cell_t* cell,
 }
 
 void kel_cell_cache_init_it(kel_cell_iterator* it, const kel_cell_cache_t* cache) {
+  *it = kel_cell_iterator{};
   it->cache = cache;
   it->index = -1;
 }
 
+static xls_cell_t* in_run(const kel_cell_iterator* it) {
+  int offset = it->index - it->run_first;
+  if (!it->run || it->run_table_count != it->cache->count || offset < 0 ||
+      offset >= it->run_count)
+    return nullptr;
+  return it->run + offset;
+}
+
 xls_cell_t* kel_cell_cache_next_cell(kel_cell_iterator* it) {
   if (it->index < it->cache->count) it->index += 1;
-  return static_cast<xls_cell_t*>(xls_array_access(it->cache, it->index));
+  if (xls_cell_t* cell = in_run(it)) return cell;
+  it->run = static_cast<xls_cell_t*>(xls_array_span(it->cache, it->index, &it->run_count));
+  it->run_first = it->index;
+  it->run_table_count = it->cache->count;
+  return it->run;
 }
 
 xls_cell_t* kel_cell_cache_prior_cell(kel_cell_iterator* it) {
   // A new iterator stands before the first cell and behind the last.
   if (it->index < 0) it->index = it->cache->count;
   if (it->index >= 0) it->index -= 1;
+  if (xls_cell_t* cell = in_run(it)) return cell;
   return static_cast<xls_cell_t*>(xls_array_access(it->cache, it->index));
 }

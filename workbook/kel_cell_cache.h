@@ -34,11 +34,13 @@ struct xls_cell_t {
   uint8_t use_count;
   uint32_t sst_index;     /* for a string of the SST; else XLS_NO_SST_INDEX */
   uint32_t new_sst_index; /* its index in the table a save writes */
-  xls_value_t value;
   /* The workbook's calculation chain (xls_calc_chain.h): a formula's next
-   * formula, a plain cell's first reader; a null sheet is no link. */
-  xls_sheet_t* link_sheet;
+   * formula, a plain cell's first reader; a null sheet is no link.  The
+   * index sits in the gap before the value, so that a cell is 80 bytes on
+   * 64-bit hosts and 64 in the 32-bit build. */
   int32_t link_index; /* index in link_sheet's table */
+  xls_value_t value;
+  xls_sheet_t* link_sheet;
 };
 
 /* A counted pointer to a cell, or null. */
@@ -96,6 +98,11 @@ int kel_cell_cache_count(const kel_cell_cache_t* cache);
 struct kel_cell_iterator {
   const kel_cell_cache_t* cache;
   int index;
+  /* The run of cells in one block that index last fell in, good while the
+   * table keeps the count it had then (a table changes only by inserting
+   * or removing): a forward walk then finds its cell without a division. */
+  xls_cell_t* run;
+  int run_first, run_count, run_table_count;
 };
 void kel_cell_cache_init_it(kel_cell_iterator* it, const kel_cell_cache_t* cache);
 xls_cell_t* kel_cell_cache_next_cell(kel_cell_iterator* it);

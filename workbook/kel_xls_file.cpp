@@ -463,7 +463,11 @@ static uint32_t scan_sheets(xls_file* file) {
     xls_sheet_t* sheet = file->sheets[i];
     if (sheet->type == XLS_SHEET_WORKSHEET || sheet->type == XLS_SHEET_CHART)
       status = xls_scan_sheet(file, sheet);
-    if (!status && sheet->bof.type == BIFF_BOF_WORKSHEET) status = cache_sheet_heights(sheet);
+    if (!status && sheet->bof.type == BIFF_BOF_WORKSHEET) {
+      if (sheet->index_offset && !xls_index_is_sound(file->stream, sheet->index_offset))
+        sheet->index_offset = 0;
+      status = cache_sheet_heights(sheet);
+    }
   }
   file->open_sst_texts = nullptr;
   sst_texts_free(&texts);
@@ -548,7 +552,9 @@ uint32_t xls_open(const xls_pool* pool, xls_file** result, int read_cells,
   if (read_cells) {
     uint32_t count = 0;
     xls_unsupported_cells(file, &count);
-    if (count == 0) {
+    // Cells fresh from the scan have no links: without formulas the chain
+    // stays empty, and its passes over every cell are saved.
+    if (count == 0 && file->formula_records > 0) {
       status = dep_init_master(file);
       if (!status) status = dep_recalc_all_expressions(file, locale);
     }

@@ -106,6 +106,7 @@ struct xls_file {
   uint16_t* expr_stack;
   xls_array_info unsupported_info; /* formula cells the engine can't compute */
   xls_apos_sheet* unsupported;
+  uint32_t formula_records; /* FORMULA records the open's scan met */
   dep_global_t dep;          /* the calculation chain */
   biff_row_v2 row_cache;     /* the last ROW read while the view paints */
   uint8_t row_cache_flags;   /* XLS_ROW_CACHE_ */

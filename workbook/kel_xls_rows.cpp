@@ -44,6 +44,44 @@ static bool block_rows(zuv_io* stream, uint32_t dbcell, uint32_t* first_row_offs
   return true;
 }
 
+/* Whether the ROW records of block k (from the DBCELL at dbcell) all lie
+ * in the block's 32 rows from first + 32k. */
+static bool block_is_sound(zuv_io* stream, uint32_t dbcell, uint32_t first, uint32_t k) {
+  uint16_t id = 0, length = 0;
+  uint32_t distance = 0;
+  if (kel_read_header(stream, dbcell, &id, &length) || id != BIFF_DBCELL || length < 4 ||
+      io_read_le32(stream, dbcell + 4, &distance))
+    return false;
+  if (distance == 0) return true;  // a block without rows
+  uint32_t offset = 0;
+  if (!block_rows(stream, dbcell, &offset, &length)) return false;
+  for (; offset + BIFF_ROW_SIZE <= dbcell; offset += BIFF_ROW_SIZE) {
+    uint16_t row = 0;
+    if (kel_read_header(stream, offset, &id, nullptr)) return false;
+    if (id != BIFF_ROW) break;
+    if (io_read_le16(stream, offset + 4, &row) || row < first + 32 * k || row > first + 32 * k + 31)
+      return false;
+  }
+  return true;
+}
+
+bool xls_index_is_sound(zuv_io* stream, uint32_t index_offset) {
+  uint16_t length = 0;
+  uint32_t first = 0, last = 0;
+  if (kel_read_header(stream, index_offset, nullptr, &length) || length < 16 ||
+      io_read_le32(stream, index_offset + 8, &first) || io_read_le32(stream, index_offset + 12, &last))
+    return false;
+  uint32_t blocks = first < last ? (last - first + 31) / 32 : 0;
+  if (length != 16 + 4 * blocks) return false;
+  for (uint32_t k = 0; k < blocks; ++k) {
+    uint32_t dbcell = 0;
+    if (io_read_le32(stream, index_offset + 20 + 4 * k, &dbcell) ||
+        !block_is_sound(stream, dbcell, first, k))
+      return false;
+  }
+  return true;
+}
+
 uint32_t xls_read_ROW_v2(const xls_pool*, zuv_io* stream, uint32_t index_offset,
                          uint16_t row, biff_row_v2* result, bool* not_found) {
   default_row(row, result);

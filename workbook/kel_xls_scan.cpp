@@ -323,9 +323,9 @@ static uint16_t body_needed(uint16_t id) {
   }
 }
 
-/* The records of a worksheet behind its BOF, up to its EOF. */
-/* A sheet without INDEX (as some writers make them) still has ROW records:
- * each one extends the run it follows, or starts a new one. */
+/* The ROW records, as they come: each one extends the run it follows, or
+ * starts a new one.  They find the rows of a sheet whose INDEX is missing
+ * (as some writers make them) or unsound. */
 static uint32_t note_row_run(kel_record_cursor* cursor, xls_sheet_t* sheet, uint32_t offset,
                              uint16_t length) {
   xls_simple_array* runs = &sheet->row_runs;
@@ -344,6 +344,7 @@ static uint32_t note_row_run(kel_record_cursor* cursor, xls_sheet_t* sheet, uint
   return xls_simple_array_insert(runs, runs->count, &run);
 }
 
+/* The records of a worksheet behind its BOF, up to its EOF. */
 static uint32_t scan_records(xls_file* file, xls_sheet_t* sheet, kel_record_cursor* cursor,
                              dynamic_expr_t* scratch) {
   zuv_io* stream = file->stream;
@@ -371,7 +372,7 @@ static uint32_t scan_records(xls_file* file, xls_sheet_t* sheet, kel_record_curs
     switch (id) {
       case BIFF_INDEX: sheet->index_offset = offset; break;
       case BIFF_ROW:
-        if (!sheet->index_offset && length >= 2) {
+        if (length >= 2) {
           status = note_row_run(cursor, sheet, offset, length);
           if (status) return status;
         }
@@ -412,6 +413,7 @@ static uint32_t scan_records(xls_file* file, xls_sheet_t* sheet, kel_record_curs
           status = add_basic_cell(sheet, body, &value);
           break;
         case BIFF_FORMULA: case BIFF_FORMULA_OLD: case BIFF_FORMULA_BIFF4:
+          file->formula_records += 1;
           status = read_formula(file, sheet, body, length, next, scratch);
           break;
         case BIFF_DEFAULTROWHEIGHT:

@@ -178,6 +178,12 @@ void xls_disable_drawing_cache(xls_file* file);
  * without one gets the default form and *not_found (if given) true. */
 uint32_t xls_read_ROW_v2(const xls_pool* pool, zuv_io* stream, uint32_t index_offset,
                          uint16_t row, biff_row_v2* result, bool* not_found);
+/* Whether the INDEX record at index_offset leads to the sheet's rows: its
+ * length fits its first and last row, each entry is a DBCELL, and each
+ * block's ROW records lie in the block's 32 rows.  Writers get this wrong
+ * now and then (a DBCELL entry pointing elsewhere, one entry for every
+ * possible block); the rows the scan noted then serve instead. */
+bool xls_index_is_sound(zuv_io* stream, uint32_t index_offset);
 /* Sums the heights of each block of 256 rows into grid. */
 uint32_t xls_read_height_grid(const xls_pool* pool, zuv_io* stream,
                               unsigned char* buffer, unsigned char* second_buffer,

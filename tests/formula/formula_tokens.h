@@ -24,7 +24,10 @@ inline Bytes cat(std::initializer_list<Bytes> parts) {
 }
 // Token bytes followed by 16-bit fields.
 inline Bytes tok(Bytes head, std::initializer_list<uint32_t> words = {}) {
-  for (uint32_t w : words) head.insert(head.end(), {uint8_t(w), uint8_t(w >> 8)});
+  for (uint32_t w : words) {
+    head.push_back(uint8_t(w));
+    head.push_back(uint8_t(w >> 8));
+  }
   return head;
 }
 inline Bytes t_int(uint32_t n) { return tok({0x1E}, {n}); }

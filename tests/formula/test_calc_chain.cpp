@@ -23,7 +23,10 @@ using formula_test::cat;
 using formula_test::Book;
 using formula_test::parse_a1;
 
-void le16(Bytes* bytes, uint32_t word) { bytes->insert(bytes->end(), {uint8_t(word), uint8_t(word >> 8)}); }
+void le16(Bytes* bytes, uint32_t word) {
+  bytes->push_back(uint8_t(word));
+  bytes->push_back(uint8_t(word >> 8));
+}
 
 // Relative references unless told, as a cell's formula holds them.
 Bytes cell_fields(const std::string& a1, bool relative = true) {

@@ -123,12 +123,27 @@ TEST(HeightGrid, CountsTheRowRecordsOfABlockAsConsecutiveRows) {
     ASSERT_EQ(0u, empty.status);
     for (uint32_t k : {0u, 1u, 255u}) EXPECT_EQ((k + 1) * 256 * 0xFF, empty.sheet()->height_grid[k]);
   }
-  // An INDEX too short for its fields is refused.
-  Book broken(one_sheet([](Stream& s) {
+  // An INDEX too short for its fields, or whose DBCELL entry points
+  // elsewhere, is set aside: the rows are found as the scan met them.
+  Book short_index(one_sheet([](Stream& s) {
     s.record(0x20B, {0, 0});
     s.window2();
   }));
-  EXPECT_EQ(KEL_ERR_GENERAL, broken.status);
+  ASSERT_EQ(0u, short_index.status);
+  EXPECT_EQ(0u, short_index.sheet()->index_offset);
+  EXPECT_EQ(256u * 0xFF, short_index.sheet()->height_grid[0]);
+  Book stray_dbcell(one_sheet([](Stream& s) {
+    s.record(0x225, {0, 0, kDefault & 0xFF, kDefault >> 8});
+    uint32_t index = s.row_blocks(0, 40, {{3, 500, 0x40, 15}, {35, 700, 0x40, 15}});
+    ole_test::put32(&s.bytes[index + 20 + 4], index);
+    s.window2();
+  }));
+  ASSERT_EQ(0u, stray_dbcell.status);
+  xls_sheet_t* stray = stray_dbcell.sheet();
+  EXPECT_EQ(0u, stray->index_offset);
+  EXPECT_EQ(500u, xls_get_row_height(stray, 3, nullptr));
+  EXPECT_EQ(700u, xls_get_row_height(stray, 35, nullptr));
+  EXPECT_EQ(254u * kDefault + 1200, stray->height_grid[0]);
 }
 
 TEST(RowHeights, WindowGivesExactTopsAndSlides) {
