@@ -4,6 +4,7 @@
 
 #include "compound/kel_encio.h"
 #include "compound/kel_io_stack.h"
+#include "foundation/zuv_memio.h"
 #include "workbook/kel_xls_records.h"
 
 void kel_record_cursor_open(kel_record_cursor* cursor, zuv_io* stack, unsigned char* record) {
@@ -43,8 +44,8 @@ uint32_t kel_record_cursor_header(kel_record_cursor* cursor, uint32_t offset, ui
   uint32_t status = cover(cursor, offset, 4);
   if (status) return status;
   const unsigned char* header = cursor->window + (offset - cursor->window_start);
-  *id = get_le16(header);
-  *length = get_le16(header + 2);
+  *id = le16_at(header);
+  *length = le16_at(header + 2);
   return 0;
 }
 

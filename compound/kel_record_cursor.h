@@ -42,4 +42,18 @@ uint32_t kel_record_cursor_header(kel_record_cursor* cursor, uint32_t offset,
 uint32_t kel_record_cursor_body(kel_record_cursor* cursor, uint32_t offset, uint16_t length,
                                 const unsigned char** body);
 
+/* The record at offset, header and body, when the window holds it whole,
+ * deciphered; else null, and the two calls above read it.  Inline: a walk
+ * over a sheet asks it once a record. */
+inline const unsigned char* kel_record_cursor_peek(const kel_record_cursor* cursor,
+                                                   uint32_t offset) {
+  uint32_t at = offset - cursor->window_start;
+  if (!cursor->window || offset < cursor->window_start || cursor->window_length < 4 ||
+      at > cursor->window_length - 4)
+    return nullptr;
+  const unsigned char* record = cursor->window + at;
+  uint32_t size = 4u + (record[2] | record[3] << 8);
+  return size <= cursor->window_length - at ? record : nullptr;
+}
+
 #endif /* KEL_RECORD_CURSOR_H */

@@ -132,7 +132,7 @@ static const xls_packed_expr_t* formula_of(const xls_cell_ptr* cell,
 struct enum_state {
   xls_simple_array* set;
   const xls_cell_ptr* owner;
-  int hint;
+  kel_cell_hint hint;
 };
 
 /* Where (column, row) should stand judging by the cell at the hint: in a
@@ -147,7 +147,7 @@ static void guess_index(const kel_cell_cache_t* cells, uint32_t column, uint32_t
 /* The cell at (column, row), counted, or null; state->hint follows it. */
 static uint32_t find_near(enum_state* state, const kel_cell_cache_t* cells, uint32_t column,
                           uint32_t row, auto_cell_t* cell) {
-  guess_index(cells, column, row, &state->hint);
+  guess_index(cells, column, row, &state->hint.index);
   return kel_cell_cache_find_cell_near(cell, cells, column, row, &state->hint);
 }
 
@@ -171,7 +171,7 @@ static uint32_t add_rect(enum_state* state, xls_sheet_t* sheet, const cell_rect_
   uint32_t bottom = static_cast<uint32_t>(rect->bottom_row);
   auto_cell_t cell = nullptr;
   uint32_t status = find_near(state, cells, left, static_cast<uint32_t>(rect->top_row), &cell);
-  int index = state->hint;
+  int index = state->hint.index;
   while (!status) {
     status = kel_cell_cache_access(&cell, cells, index);
     if (status || !cell || cell->row > bottom) break;
@@ -181,7 +181,7 @@ static uint32_t add_rect(enum_state* state, xls_sheet_t* sheet, const cell_rect_
       index = kel_cell_cache_find_pos(cells, left, cell->row + 1, nullptr);
     } else {
       if (cell != state->owner->cell) status = insert_ordered_cell_ptr(state->set, sheet, cell);
-      state->hint = index++;
+      state->hint.index = index++;
     }
   }
   auto_cell_release(&cell);
@@ -222,13 +222,14 @@ static uint32_t enum_form(enum_state* state, const xls_packed_expr_t* packed, in
 
 /* enum_children for the cell at index of its table. */
 static uint32_t enum_at(xls_cell_ptr* cell, int32_t index, xls_simple_array* set) {
-  enum_state state = {set, cell, index};
+  enum_state state = {set, cell, {}};
+  state.hint.index = index;
   return enum_form(&state, formula_of(cell, nullptr), 0);
 }
 
 uint32_t enum_children(xls_cell_ptr* cell, xls_simple_array* set,
                        const xls_packed_expr_t* packed) {
-  enum_state state = {set, cell, 0};
+  enum_state state = {set, cell, {}};
   return enum_form(&state, formula_of(cell, packed), 0);
 }
 

@@ -55,6 +55,11 @@ enum xls_basic_value_kind {
 
 struct xls_basic_value_t;
 
+/* Values are packed to 4 bytes: every cell holds one, and the natural
+ * padding behind each 32-bit kind, before the 8-byte members, would make
+ * a cell a fifth larger.  Members are only ever reached through these
+ * types, so the compiler reads them at the alignment it is told. */
+#pragma pack(push, 4)
 /* Row-major elements, rows * columns of them. */
 struct xls_basic_array_t {
   uint16_t rows;
@@ -124,6 +129,7 @@ struct xls_value_t {
     xls_range_ref_t* range; /* private copy */
   } u;
 };
+#pragma pack(pop)
 
 /* The conversion flag word: one mask steers collection and conversion. */
 enum {

@@ -278,6 +278,20 @@ void* xls_array_access(const xls_array* array, int index) {
   return element_at(array, is_chunked(array) ? chunk_size_of(array) : 0, index);
 }
 
+void* xls_array_access_block(const xls_array* array, xls_array_block* block, int index) {
+  if (index < 0 || index >= array->count) return nullptr;
+  if (!is_chunked(array)) return slot(array->data, index, array->element_size);
+  int chunk_size = chunk_size_of(array);
+  if (!chunk_size) return nullptr;
+  block->chunk = index / chunk_size;
+  block->first = block->chunk * chunk_size;
+  block->end = block->first + chunk_size;
+  block->grow_step = array->grow_step;
+  block->chunk_factor = array->chunk_factor;
+  void** chunks = (void**)array->data;
+  return slot(chunks[block->chunk], index - block->first, array->element_size);
+}
+
 void* xls_array_span(const xls_array* array, int index, int* contiguous) {
   *contiguous = 0;
   if (index < 0 || index >= array->count) return nullptr;
@@ -285,6 +299,25 @@ void* xls_array_span(const xls_array* array, int index, int* contiguous) {
   int block_end = chunk_size ? index - index % chunk_size + chunk_size : array->count;
   *contiguous = (block_end < array->count ? block_end : array->count) - index;
   return element_at(array, chunk_size, index);
+}
+
+uint32_t xls_array_free_tail(xls_array* array, void** first, int* room) {
+  *first = nullptr;
+  *room = 0;
+  int chunk_size = 0;
+  if (is_chunked(array)) {
+    chunk_size = chunk_size_of(array);
+    if (!chunk_size) return KEL_ERR_GENERAL;
+  }
+  if (array->count == array->capacity) {
+    uint32_t status = chunk_size ? grow_chunked(array, chunk_size) : grow_flat(array);
+    if (status) return status;
+  }
+  int block_end = chunk_size ? array->count - array->count % chunk_size + chunk_size
+                             : array->capacity;
+  *room = (block_end < array->capacity ? block_end : array->capacity) - array->count;
+  *first = element_at(array, chunk_size, array->count);
+  return 0;
 }
 
 uint32_t xls_array_hint_size(xls_array* array, int count) {

@@ -20,6 +20,7 @@
 #ifndef ZUV_ARRAY_H
 #define ZUV_ARRAY_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "foundation/zuv_io.h"
@@ -113,10 +114,37 @@ uint32_t xls_array_insert(xls_array* array, int index, const void* element);
 uint32_t xls_array_remove(xls_array* array, int index);
 /* The element at index; null for an index outside 0 to count - 1. */
 void* xls_array_access(const xls_array* array, int index);
+/* The block of elements that an index fell in, remembered so that access to
+ * indexes near it needs no division.  Zero-filled knows no block.  A block
+ * holds for any array of the same grow step and chunk factor, which are
+ * checked, so one record may serve several arrays in turn. */
+struct xls_array_block {
+  int first, end; /* indexes of the block's first element and one past its last */
+  int chunk;      /* its chunk */
+  int grow_step, chunk_factor;
+};
+/* xls_array_access_near when index lies outside block: block moves to it. */
+void* xls_array_access_block(const xls_array* array, xls_array_block* block, int index);
+/* As xls_array_access, through block: inline, as a walk through a large
+ * table asks it once an element. */
+inline void* xls_array_access_near(const xls_array* array, xls_array_block* block, int index) {
+  if (index >= block->first && index < block->end && index < array->count &&
+      block->grow_step == array->grow_step && block->chunk_factor == array->chunk_factor)
+    return static_cast<char*>(static_cast<void**>(array->data)[block->chunk]) +
+           static_cast<size_t>(index - block->first) * static_cast<size_t>(array->element_size);
+  return xls_array_access_block(array, block, index);
+}
 /* The element at index, with *contiguous set to the number of elements
  * from it on that lie in one block (to the end of its chunk or of the
  * array); null, and 0, for an index outside 0 to count - 1. */
 void* xls_array_span(const xls_array* array, int index, int* contiguous);
+/* The free slots behind the last element that lie in one block, for a
+ * caller that appends many elements in a row without a copy each: *first
+ * gets the first of them and *room their number; a full array grows first,
+ * failing as xls_array_insert does.  The caller fills them in order and
+ * raises count by each one it fills; the pointer is good until the array
+ * changes otherwise. */
+uint32_t xls_array_free_tail(xls_array* array, void** first, int* room);
 /* Appends count zero-filled elements.  On failure none are added. */
 uint32_t xls_array_hint_size(xls_array* array, int count);
 /* Frees the elements; the configuration stays, so the array can be used

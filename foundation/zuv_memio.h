@@ -34,6 +34,14 @@ uint32_t io_write_le32(zuv_io* io, uint32_t offset, uint32_t value);
 /* The same values packed into memory, for records built before writing. */
 void put_le16(unsigned char* bytes, uint32_t value);
 void put_le32(unsigned char* bytes, uint32_t value);
+/* And read from memory, inline: a walk over a sheet's records reads a few
+ * of them per cell, where the platform's get_le16 is a call each. */
+static inline uint16_t le16_at(const unsigned char* bytes) {
+  return static_cast<uint16_t>(bytes[0] | bytes[1] << 8);
+}
+static inline uint32_t le32_at(const unsigned char* bytes) {
+  return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<uint32_t>(bytes[3]) << 24;
+}
 
 /* A stream over bytes in memory.  The record is the caller's (on the stack,
  * or inside another object) and must stay where it is while io is in use:

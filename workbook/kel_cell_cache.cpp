@@ -1,16 +1,5 @@
 #include "workbook/kel_cell_cache.h"
 
-void auto_cell_set(auto_cell_t* pin, xls_cell_t* cell) {
-  auto_cell_release(pin);
-  if (cell) cell->use_count += 1;
-  *pin = cell;
-}
-
-void auto_cell_release(auto_cell_t* pin) {
-  if (*pin && (*pin)->use_count) (*pin)->use_count -= 1;
-  *pin = nullptr;
-}
-
 void kel_cell_cache_init(kel_cell_cache_t* cache, const zuv_mem* mem,
                          uint32_t available) {
   // The product wraps on purpose where memory is plentiful: the chunk size
@@ -106,19 +95,20 @@ uint32_t kel_cell_cache_find_cell(auto_cell_t* cell, const kel_cell_cache_t* cac
 }
 
 uint32_t kel_cell_cache_find_cell_near(auto_cell_t* cell, const kel_cell_cache_t* cache,
-                                       uint32_t column, uint32_t row, int* hint) {
+                                       uint32_t column, uint32_t row, kel_cell_hint* hint) {
   // A walk in order reads the cell after the last one most often.
-  for (int guess = *hint + 1; guess >= *hint; --guess) {
-    xls_cell_t* candidate = static_cast<xls_cell_t*>(xls_array_access(cache, guess));
+  for (int guess = hint->index + 1; guess >= hint->index; --guess) {
+    xls_cell_t* candidate =
+        static_cast<xls_cell_t*>(xls_array_access_near(cache, &hint->block, guess));
     if (candidate && compare_position(column, row, candidate) == 0) {
-      *hint = guess;
+      hint->index = guess;
       auto_cell_set(cell, candidate);
       return 0;
     }
   }
   bool found = false;
-  *hint = kel_cell_cache_find_pos(cache, column, row, &found);
-  auto_cell_set(cell, found ? static_cast<xls_cell_t*>(xls_array_access(cache, *hint))
+  hint->index = kel_cell_cache_find_pos(cache, column, row, &found);
+  auto_cell_set(cell, found ? static_cast<xls_cell_t*>(xls_array_access(cache, hint->index))
                             : nullptr);
   return 0;
 }
@@ -145,6 +135,52 @@ uint32_t kel_cell_cache_insert(kel_cell_cache_t* cache, const xls_cell_t* cell,
   uint32_t status = xls_array_insert(cache, index, &unpinned);
   if (status) return status;
   if (position) *position = index;
+  return 0;
+}
+
+void kel_cell_appender_init(kel_cell_appender* appender, kel_cell_cache_t* cache) {
+  *appender = kel_cell_appender{};
+  appender->cache = cache;
+}
+
+uint32_t kel_cell_cache_append(kel_cell_appender* appender, uint32_t column, uint32_t row,
+                               uint16_t xf, uint8_t flags, const xls_value_t* value,
+                               uint32_t sst_index, xls_cell_t** cell) {
+  *cell = nullptr;
+  kel_cell_cache_t* cache = appender->cache;
+  if (appender->count != cache->count) {
+    appender->room = 0;
+    appender->count = cache->count;
+    if (const xls_cell_t* last = at(cache, cache->count - 1)) {
+      appender->last_column = last->column;
+      appender->last_row = last->row;
+    }
+  }
+  if (cache->count > 0 && (row < appender->last_row ||
+                           (row == appender->last_row && column <= appender->last_column)))
+    return 0;
+  if (!appender->room) {
+    void* first = nullptr;
+    uint32_t status = xls_array_free_tail(cache, &first, &appender->room);
+    if (status) return status;
+    appender->next = static_cast<xls_cell_t*>(first);
+  }
+  xls_cell_t* slot = appender->next++;
+  appender->room -= 1;
+  slot->column = column;
+  slot->row = row;
+  slot->xf = xf;
+  slot->flags = flags;
+  slot->use_count = 0;
+  slot->sst_index = sst_index;
+  slot->new_sst_index = sst_index;
+  slot->link_index = 0;
+  slot->value = *value;
+  slot->link_sheet = nullptr;
+  appender->count = ++cache->count;
+  appender->last_column = column;
+  appender->last_row = row;
+  *cell = slot;
   return 0;
 }
 

@@ -36,8 +36,8 @@ struct xls_cell_t {
   uint32_t new_sst_index; /* its index in the table a save writes */
   /* The workbook's calculation chain (xls_calc_chain.h): a formula's next
    * formula, a plain cell's first reader; a null sheet is no link.  The
-   * index sits in the gap before the value, so that a cell is 80 bytes on
-   * 64-bit hosts and 64 in the 32-bit build. */
+   * index sits before the value and the sheet behind it, so that a cell is
+   * 64 bytes on 64-bit hosts and 52 in the 32-bit build. */
   int32_t link_index; /* index in link_sheet's table */
   xls_value_t value;
   xls_sheet_t* link_sheet;
@@ -47,10 +47,17 @@ struct xls_cell_t {
 typedef xls_cell_t* auto_cell_t;
 typedef xls_cell_t* auto_value_t;
 
-/* Lets go of what pin holds (if anything) and takes cell, counted. */
-void auto_cell_set(auto_cell_t* pin, xls_cell_t* cell);
 /* Lets go of what pin holds; pin becomes null. */
-void auto_cell_release(auto_cell_t* pin);
+inline void auto_cell_release(auto_cell_t* pin) {
+  if (*pin && (*pin)->use_count) (*pin)->use_count -= 1;
+  *pin = nullptr;
+}
+/* Lets go of what pin holds (if anything) and takes cell, counted. */
+inline void auto_cell_set(auto_cell_t* pin, xls_cell_t* cell) {
+  auto_cell_release(pin);
+  if (cell) cell->use_count += 1;
+  *pin = cell;
+}
 
 typedef xls_array kel_cell_cache_t;
 
@@ -72,13 +79,35 @@ int kel_cell_cache_find_pos(const kel_cell_cache_t* cache, uint32_t column,
 uint32_t kel_cell_cache_find_cell(auto_cell_t* cell,
                                   const kel_cell_cache_t* cache,
                                   uint32_t column, uint32_t row);
-/* As kel_cell_cache_find_cell, looking first at index *hint and the one
- * after it, and leaving in *hint the index of the cell found, or where it
- * would go: a walk through the cells in order, as painting or reading a
- * whole sheet is, then costs no search.  A hint from before the table
- * changed is only a wrong guess. */
+/* Where a walk through the table stands: the index of the cell found last,
+ * and the block around it, so that a walk in order, as painting or reading
+ * a whole sheet is, finds its next cell with neither a search nor a
+ * division.  Zero-filled is a hint at the start.  A hint is only a guess:
+ * one from before the table changed, or from another table, is a wrong
+ * one. */
+struct kel_cell_hint {
+  int index;
+  xls_array_block block;
+};
+/* As kel_cell_cache_find_cell, looking first at the cell after the hint's
+ * and at the hint's own, and leaving in hint->index the index of the cell
+ * found, or where it would go. */
 uint32_t kel_cell_cache_find_cell_near(auto_cell_t* cell, const kel_cell_cache_t* cache,
-                                       uint32_t column, uint32_t row, int* hint);
+                                       uint32_t column, uint32_t row, kel_cell_hint* hint);
+/* kel_cell_cache_find_cell_near with its commonest case inline: the cell
+ * after the hint's is the one asked for. */
+inline uint32_t kel_cell_cache_find_cell_next(auto_cell_t* cell, const kel_cell_cache_t* cache,
+                                              uint32_t column, uint32_t row,
+                                              kel_cell_hint* hint) {
+  xls_cell_t* next =
+      static_cast<xls_cell_t*>(xls_array_access_near(cache, &hint->block, hint->index + 1));
+  if (next && next->row == row && next->column == column) {
+    hint->index += 1;
+    auto_cell_set(cell, next);
+    return 0;
+  }
+  return kel_cell_cache_find_cell_near(cell, cache, column, row, hint);
+}
 /* *cell gets the cell at index, counted, or null past the end. */
 uint32_t kel_cell_cache_access(auto_cell_t* cell, const kel_cell_cache_t* cache,
                                int index);
@@ -90,6 +119,26 @@ uint32_t kel_cell_cache_access(auto_cell_t* cell, const kel_cell_cache_t* cache,
 uint32_t kel_cell_cache_insert(kel_cell_cache_t* cache, const xls_cell_t* cell,
                                int* position);
 int kel_cell_cache_count(const kel_cell_cache_t* cache);
+
+/* Appends cells that come in order, as a file's do, straight into the
+ * table's free slots: no search and no copy of a whole cell per cell.  The
+ * appender notices another change of the table by its count; the scan of a
+ * file only ever inserts besides. */
+struct kel_cell_appender {
+  kel_cell_cache_t* cache;
+  xls_cell_t* next; /* the first free slot, room of them in one block */
+  int room;
+  int count;        /* the table's count when the fields were last right */
+  uint32_t last_column, last_row;
+};
+void kel_cell_appender_init(kel_cell_appender* appender, kel_cell_cache_t* cache);
+/* Appends a cell at (column, row) that sorts after every cell of the
+ * table, taking over value: *cell gets it, unpinned and unlinked as an
+ * inserted cell is.  A place that doesn't sort last leaves *cell null and
+ * the value the caller's (insert such a cell with kel_cell_cache_insert). */
+uint32_t kel_cell_cache_append(kel_cell_appender* appender, uint32_t column, uint32_t row,
+                               uint16_t xf, uint8_t flags, const xls_value_t* value,
+                               uint32_t sst_index, xls_cell_t** cell);
 
 /* Walks the cells in order: init_it, then next_cell until it gives null;
  * or backwards: init_it, then prior_cell until it gives null.  index is the

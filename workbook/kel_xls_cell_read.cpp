@@ -172,10 +172,11 @@ uint32_t xls_read_cell(xls_sheet_t* sheet, int column, int row, xls_read_cell_in
                        const xls_locale* locale) {
   const xls_file* file = sheet->workbook;
   auto_cell_t cell = nullptr;
-  uint32_t status = kel_cell_cache_find_cell_near(&cell, &sheet->cells, column, row,
+  uint32_t status = kel_cell_cache_find_cell_next(&cell, &sheet->cells, column, row,
                                                   &sheet->cell_hint);
   if (status) return status;
-  biff_xf xf;
+  biff_xf inherited;
+  const biff_xf* xf = nullptr;
   uint16_t xf_index;
   if (!cell) {
     info->flags &= ~XLS_CELL_EXISTS;
@@ -184,17 +185,26 @@ uint32_t xls_read_cell(xls_sheet_t* sheet, int column, int row, xls_read_cell_in
     if (status) return status;
     if (!valid) xf_index = get_default_col_xf(sheet, column);
     if (xf_index >= file->xfs_info.count) return KEL_ERR_GENERAL;
-    xf = file->xfs[xf_index];
+    xf = &file->xfs[xf_index];
   } else {
     info->flags |= XLS_CELL_EXISTS;
     xf_index = cell->xf;
-    xls_get_parent_xf(sheet, cell->xf, column, &xf);
-    if (info->flags & XLS_READ_CELL) {
-      auto_cell_set(&info->cell, cell);
+    // Most XFs name no parent: then the record is read where it stands.
+    if (xf_index < file->xfs_info.count && (file->xfs[xf_index].flags & 0x0FFF)) {
+      xf = &file->xfs[xf_index];
+    } else {
+      xls_get_parent_xf(sheet, xf_index, column, &inherited);
+      xf = &inherited;
     }
-    auto_cell_release(&cell);
+    if (info->flags & XLS_READ_CELL) {
+      // The lookup's pin passes to the caller.
+      auto_cell_release(&info->cell);
+      info->cell = cell;
+    } else {
+      auto_cell_release(&cell);
+    }
   }
-  return fill_info_xf(file, info, &xf, xf_index, locale);
+  return fill_info_xf(file, info, xf, xf_index, locale);
 }
 
 uint32_t xls_get_cell_value(xls_sheet_t* sheet, int column, int row, auto_value_t* value) {

@@ -264,17 +264,25 @@ static uint32_t height_grid_from_runs(xls_sheet_t* sheet) {
   uint32_t default_height = sheet->default_row_height;
   for (uint32_t k = 0; k < XLS_HEIGHT_GRID; ++k) grid[k] = 256u * default_height;
   zuv_io* stream = sheet->workbook->stream;
+  unsigned char* buffer = sheet->workbook->second_record;
   const xls_row_run_t* runs = static_cast<const xls_row_run_t*>(sheet->row_runs.data);
+  // A run's records lie end to end: they are read a buffer at a time.  The
+  // bodies come deciphered; the headers, never enciphered, are not looked at.
+  const uint32_t capacity = XLS_RECORD_BUFFER / BIFF_ROW_SIZE;
   for (int i = 0; i < sheet->row_runs.count; ++i) {
     uint32_t offset = runs[i].offset;
-    for (uint32_t k = 0; k < runs[i].count; ++k, offset += BIFF_ROW_SIZE) {
-      unsigned char body[BIFF_ROW_SIZE - 4];
-      uint32_t status = 0;
-      if (stream->read(stream->context, body, sizeof body, offset + 4, &status) != sizeof body)
+    for (uint32_t left = runs[i].count; left > 0;) {
+      uint32_t count = left < capacity ? left : capacity;
+      uint32_t status = 0, size = count * BIFF_ROW_SIZE;
+      if (stream->read(stream->context, buffer, size, offset, &status) != size)
         return status ? status : KEL_ERR_END_OF_FILE;
-      biff_row_v2 row;
-      parse_row(body, &row);
-      grid[row.row >> 8] += get_row_height(sheet, &row) - default_height;
+      for (uint32_t k = 0; k < count; ++k) {
+        biff_row_v2 row;
+        parse_row(buffer + k * BIFF_ROW_SIZE + 4, &row);
+        grid[row.row >> 8] += get_row_height(sheet, &row) - default_height;
+      }
+      offset += size;
+      left -= count;
     }
   }
   for (uint32_t k = 1; k < XLS_HEIGHT_GRID; ++k) grid[k] += grid[k - 1];

@@ -46,34 +46,58 @@ static uint32_t skip_substream(kel_record_cursor* cursor, uint32_t* offset, uint
 static void read_window2(const unsigned char* body, uint32_t length, biff_window2* window) {
   unsigned char bytes[18] = {};
   memcpy(bytes, body, length < sizeof bytes ? length : sizeof bytes);
-  window->options = get_le16(bytes);
-  window->first_row = get_le16(bytes + 2);
-  window->first_col = get_le16(bytes + 4);
-  window->grid_colour = get_le16(bytes + 6);
-  window->reserved1 = get_le16(bytes + 8);
-  window->page_break_zoom = get_le16(bytes + 10);
-  window->normal_zoom = get_le16(bytes + 12);
-  window->rest = get_le32(bytes + 14);
+  window->options = le16_at(bytes);
+  window->first_row = le16_at(bytes + 2);
+  window->first_col = le16_at(bytes + 4);
+  window->grid_colour = le16_at(bytes + 6);
+  window->reserved1 = le16_at(bytes + 8);
+  window->page_break_zoom = le16_at(bytes + 10);
+  window->normal_zoom = le16_at(bytes + 12);
+  window->rest = le32_at(bytes + 14);
 }
 
 static void read_colinfo(const unsigned char* body, xls_sheet_t* sheet) {
-  uint32_t first = get_le16(body), last = get_le16(body + 2);
+  uint32_t first = le16_at(body), last = le16_at(body + 2);
   // Some writers end a run at column 256: it means the last column.
   if (last == 256) last = 255;
   for (uint32_t col = first; col <= last && col < XLS_MAX_COLUMNS; ++col) {
-    sheet->columns[col].width = get_le16(body + 4);
-    sheet->columns[col].xf = get_le16(body + 6);
-    sheet->columns[col].flags = get_le16(body + 8);
+    sheet->columns[col].width = le16_at(body + 4);
+    sheet->columns[col].xf = le16_at(body + 6);
+    sheet->columns[col].flags = le16_at(body + 8);
     sheet->columns[col].present = 1;
   }
 }
 
-/* Puts a cell read from the file into the table.  Cells come in order and
- * are appended; a cell that a later record writes again takes that value,
- * as the program that wrote the file would show the last one. */
-static uint32_t add_cell(xls_sheet_t* sheet, uint32_t column, uint32_t row,
-                         uint16_t xf, uint8_t flags, xls_value_t* value,
-                         uint32_t sst_index) {
+/* What the walk over one worksheet carries. */
+struct sheet_scan {
+  xls_file* file;
+  xls_sheet_t* sheet;
+  kel_record_cursor cursor;
+  dynamic_expr_t scratch;
+  kel_cell_appender cells;
+};
+
+/* Puts a cell read from the file into the table, taking over its value.
+ * Cells come in order and are appended; one out of order is inserted, and
+ * a cell that a later record writes again takes that value, as the program
+ * that wrote the file would show the last one. */
+static uint32_t add_cell(sheet_scan* scan, uint32_t column, uint32_t row, uint16_t xf,
+                         uint8_t flags, xls_value_t* value, uint32_t sst_index) {
+  xls_sheet_t* sheet = scan->sheet;
+  xls_cell_t* appended = nullptr;
+  uint32_t status =
+      kel_cell_cache_append(&scan->cells, column, row, xf, flags, value, sst_index, &appended);
+  if (appended) {
+    if (row + 1 > sheet->last_row) sheet->last_row = row + 1;
+    if (column + 1 > sheet->last_col) sheet->last_col = static_cast<uint16_t>(column + 1);
+    if (row < sheet->first_row) sheet->first_row = row;
+    if (column < sheet->first_col) sheet->first_col = static_cast<uint16_t>(column);
+    return 0;
+  }
+  if (status) {
+    xls_free_value(value);
+    return status;
+  }
   xls_cell_t cell = {};
   cell.column = column;
   cell.row = row;
@@ -82,7 +106,7 @@ static uint32_t add_cell(xls_sheet_t* sheet, uint32_t column, uint32_t row,
   cell.sst_index = sst_index;
   cell.new_sst_index = sst_index;
   cell.value = *value;
-  uint32_t status = insert_cell(sheet, &cell, nullptr, nullptr);
+  status = insert_cell(sheet, &cell, nullptr, nullptr);
   if (status == KEL_ERR_GENERAL) {
     auto_cell_t existing = nullptr;
     kel_cell_cache_find_cell(&existing, &sheet->cells, column, row);
@@ -98,55 +122,67 @@ static uint32_t add_cell(xls_sheet_t* sheet, uint32_t column, uint32_t row,
   return status;
 }
 
-static uint32_t add_basic_cell(xls_sheet_t* sheet, const unsigned char* body,
-                               xls_value_t* value) {
-  return add_cell(sheet, get_le16(body + 2), get_le16(body), get_le16(body + 4), 0,
-                  value, XLS_NO_SST_INDEX);
+static uint32_t add_basic_cell(sheet_scan* scan, const unsigned char* body, xls_value_t* value) {
+  return add_cell(scan, le16_at(body + 2), le16_at(body), le16_at(body + 4), 0, value,
+                  XLS_NO_SST_INDEX);
 }
 
-static uint32_t read_mulrk(xls_sheet_t* sheet, const unsigned char* body, uint16_t length) {
-  uint32_t row = get_le16(body), first = get_le16(body + 2);
-  uint32_t last = get_le16(body + length - 2);
+/* The cell of a NUMBER or an RK record. */
+static uint32_t read_number(sheet_scan* scan, uint16_t id, const unsigned char* body) {
+  xls_value_t value;
+  if (id == BIFF_NUMBER) {
+    double number;
+    memcpy(&number, body + 6, sizeof number);
+    xls_value_double(&value, number);
+  } else {
+    kel_xls_value_from_rk(le32_at(body + 6), &value);
+  }
+  return add_basic_cell(scan, body, &value);
+}
+
+static uint32_t read_mulrk(sheet_scan* scan, const unsigned char* body, uint16_t length) {
+  uint32_t row = le16_at(body), first = le16_at(body + 2);
+  uint32_t last = le16_at(body + length - 2);
   for (uint32_t column = first, at = 4; column <= last && at + 6 <= length - 2u;
        ++column, at += 6) {
     xls_value_t value;
-    kel_xls_value_from_rk(get_le32(body + at + 2), &value);
-    uint32_t status = add_cell(sheet, column, row, get_le16(body + at), 0, &value,
+    kel_xls_value_from_rk(le32_at(body + at + 2), &value);
+    uint32_t status = add_cell(scan, column, row, le16_at(body + at), 0, &value,
                                XLS_NO_SST_INDEX);
     if (status) return status;
   }
   return 0;
 }
 
-static uint32_t read_mulblank(xls_sheet_t* sheet, const unsigned char* body,
+static uint32_t read_mulblank(sheet_scan* scan, const unsigned char* body,
                               uint16_t length) {
-  uint32_t row = get_le16(body), first = get_le16(body + 2);
+  uint32_t row = le16_at(body), first = le16_at(body + 2);
   uint32_t count = (length - 6u) / 2u;
   for (uint32_t i = 0; i < count; ++i) {
     xls_value_t value;
     xls_value_empty(&value);
-    uint32_t status = add_cell(sheet, first + i, row, get_le16(body + 4 + 2 * i), 0,
+    uint32_t status = add_cell(scan, first + i, row, le16_at(body + 4 + 2 * i), 0,
                                &value, XLS_NO_SST_INDEX);
     if (status) return status;
   }
   return 0;
 }
 
-static uint32_t read_label(xls_sheet_t* sheet, const unsigned char* body, uint16_t length) {
+static uint32_t read_label(sheet_scan* scan, const unsigned char* body, uint16_t length) {
   unsigned short* text = nullptr;
-  uint32_t status = xls_read_string_without_len(body + 8, length - 8u, get_le16(body + 6),
+  uint32_t status = xls_read_string_without_len(body + 8, length - 8u, le16_at(body + 6),
                                                 &text);
   if (status) return status;
   xls_value_t value;
   xls_value_string(&value, text);
-  return add_cell(sheet, get_le16(body + 2), get_le16(body), get_le16(body + 4),
+  return add_cell(scan, le16_at(body + 2), le16_at(body), le16_at(body + 4),
                   XLS_CELL_INLINE_STRING, &value, XLS_NO_SST_INDEX);
 }
 
-static uint32_t read_labelsst(xls_file* file, xls_sheet_t* sheet, const unsigned char* body) {
-  uint32_t index = get_le32(body + 6);
+static uint32_t read_labelsst(sheet_scan* scan, const unsigned char* body) {
+  uint32_t index = le32_at(body + 6);
   biff_string string = {};
-  uint32_t status = sst_texts_dup(file->open_sst_texts, file, index, &string);
+  uint32_t status = sst_texts_dup(scan->file->open_sst_texts, scan->file, index, &string);
   if (status) return status;
   // The options byte's bits 2 and 3 say phonetic data and rich text.
   uint8_t flags = (string.options & 0x0C) ? XLS_CELL_RICH_STRING : 0;
@@ -154,7 +190,7 @@ static uint32_t read_labelsst(xls_file* file, xls_sheet_t* sheet, const unsigned
   xls_value_string(&value, string.text);
   string.text = nullptr;
   biff_string_free(&string);
-  return add_cell(sheet, get_le16(body + 2), get_le16(body), get_le16(body + 4), flags,
+  return add_cell(scan, le16_at(body + 2), le16_at(body), le16_at(body + 4), flags,
                   &value, index);
 }
 
@@ -168,7 +204,7 @@ static void read_boolerr(const unsigned char* body, xls_value_t* value) {
 static uint32_t read_formula_result(xls_file* file, const unsigned char* body,
                                     uint32_t next, xls_basic_value_t* result) {
   *result = xls_basic_value_t{};
-  if (get_le16(body + 12) != 0xFFFF) {
+  if (le16_at(body + 12) != 0xFFFF) {
     double number;
     memcpy(&number, body + 6, sizeof number);
     result->kind = bvt_double;
@@ -220,21 +256,22 @@ static uint32_t add_unsupported(xls_file* file, xls_sheet_t* sheet, uint32_t row
 /* A SHRFMLA or ARRAY record behind a FORMULA: its expression joins the
  * sheet's shared expressions.  Not being able to read it is no failure:
  * the cells that use it are unsupported. */
-static uint32_t read_shared_record(xls_file* file, xls_sheet_t* sheet, uint32_t offset,
-                                   uint16_t id, uint16_t length, const biff_formula* origin,
-                                   dynamic_expr_t* scratch) {
+static uint32_t read_shared_record(sheet_scan* scan, uint32_t offset, uint16_t id,
+                                   uint16_t length, const biff_formula* origin) {
+  xls_file* file = scan->file;
+  xls_sheet_t* sheet = scan->sheet;
   bool array = id == BIFF_ARRAY;
   uint32_t tokens_at = array ? 14 : 10;
   if (length < tokens_at) return KEL_ERR_GENERAL;
   uint32_t status = kel_read_record(file->stream, offset, file->second_record, 0xFFFF);
   if (status) return status;
   const unsigned char* body = file->second_record + 4;
-  uint32_t token_length = get_le16(body + tokens_at - 2);
+  uint32_t token_length = le16_at(body + tokens_at - 2);
   if (tokens_at + token_length > length) return KEL_ERR_GENERAL;
   xls_shared_expr record = {};
   record.flags = array ? XLS_SHARED_ARRAY : 0;
-  record.first_row = get_le16(body);
-  record.last_row = get_le16(body + 2);
+  record.first_row = le16_at(body);
+  record.last_row = le16_at(body + 2);
   record.first_column = body[4];
   record.last_column = body[5];
   record.array_row = record.first_row;
@@ -242,7 +279,7 @@ static uint32_t read_shared_record(xls_file* file, xls_sheet_t* sheet, uint32_t 
   biff_formula anchor = {record.first_row, record.first_column};
   bool unsupported = false;
   status = expr_read_formula(file, sheet, body + tokens_at, token_length, length - tokens_at,
-                             &anchor, scratch, &record.packed, &unsupported);
+                             &anchor, &scan->scratch, &record.packed, &unsupported);
   if (status == KEL_ERR_UNSUPPORTED || (!status && unsupported)) {
     expr_free(&record.packed, true);
     return add_unsupported(file, sheet, origin->row, origin->column);
@@ -258,17 +295,19 @@ static uint32_t read_shared_record(xls_file* file, xls_sheet_t* sheet, uint32_t 
  * whose tree calls what the engine can't compute, goes on the list of
  * unsupported cells.  The tokens stay in the cursor's buffer throughout:
  * the records behind are read into the second buffer. */
-static uint32_t read_formula(xls_file* file, xls_sheet_t* sheet, const unsigned char* body,
-                             uint16_t length, uint32_t next, dynamic_expr_t* scratch) {
-  if (length < 22 || length < 22u + get_le16(body + 20)) return KEL_ERR_GENERAL;
-  uint32_t row = get_le16(body), column = get_le16(body + 2);
-  uint16_t xf = get_le16(body + 4);
-  uint8_t flags = static_cast<uint8_t>(get_le16(body + 14));
+static uint32_t read_formula(sheet_scan* scan, const unsigned char* body, uint16_t length,
+                             uint32_t next) {
+  xls_file* file = scan->file;
+  xls_sheet_t* sheet = scan->sheet;
+  if (length < 22 || length < 22u + le16_at(body + 20)) return KEL_ERR_GENERAL;
+  uint32_t row = le16_at(body), column = le16_at(body + 2);
+  uint16_t xf = le16_at(body + 4);
+  uint8_t flags = static_cast<uint8_t>(le16_at(body + 14));
   biff_formula origin = {static_cast<uint16_t>(row), static_cast<uint16_t>(column)};
   uint16_t next_id = 0, next_length = 0;
   uint32_t status = kel_read_header(file->stream, next, &next_id, &next_length);
   if (!status && (next_id == BIFF_SHRFMLA || next_id == BIFF_ARRAY))
-    status = read_shared_record(file, sheet, next, next_id, next_length, &origin, scratch);
+    status = read_shared_record(scan, next, next_id, next_length, &origin);
   if (status) return status;
   xls_basic_value_t cache;
   status = read_formula_result(file, body, next, &cache);
@@ -276,12 +315,12 @@ static uint32_t read_formula(xls_file* file, xls_sheet_t* sheet, const unsigned 
   xls_value_t value;
   if (cache.kind == bvt_error && cache.u.error > 0xFF) {
     xls_value_error(&value, cache.u.error);
-    return add_cell(sheet, column, row, xf, flags, &value, XLS_NO_SST_INDEX);
+    return add_cell(scan, column, row, xf, flags, &value, XLS_NO_SST_INDEX);
   }
   xls_packed_expr_t packed = {};
   bool unsupported = false;
-  status = expr_read_formula(file, sheet, body + 22, get_le16(body + 20), length - 22u,
-                             &origin, scratch, &packed, &unsupported);
+  status = expr_read_formula(file, sheet, body + 22, le16_at(body + 20), length - 22u,
+                             &origin, &scan->scratch, &packed, &unsupported);
   if (status == KEL_ERR_UNSUPPORTED) unsupported = true;
   else if (status) {
     xls_free_basic_value(&cache);
@@ -293,7 +332,7 @@ static uint32_t read_formula(xls_file* file, xls_sheet_t* sheet, const unsigned 
     xls_free_value(&value);
     return status;
   }
-  return add_cell(sheet, column, row, xf, flags, &value, XLS_NO_SST_INDEX);
+  return add_cell(scan, column, row, xf, flags, &value, XLS_NO_SST_INDEX);
 }
 
 /* Bytes of its body that a record needs before it is acted on; a record
@@ -340,22 +379,38 @@ static uint32_t note_row_run(kel_record_cursor* cursor, xls_sheet_t* sheet, uint
   const unsigned char* body = nullptr;
   uint32_t status = kel_record_cursor_body(cursor, offset, length, &body);
   if (status) return status;
-  xls_row_run_t run = {offset, get_le16(body), 1};
+  xls_row_run_t run = {offset, le16_at(body), 1};
   return xls_simple_array_insert(runs, runs->count, &run);
 }
 
 /* The records of a worksheet behind its BOF, up to its EOF. */
-static uint32_t scan_records(xls_file* file, xls_sheet_t* sheet, kel_record_cursor* cursor,
-                             dynamic_expr_t* scratch) {
+static uint32_t scan_records(sheet_scan* scan) {
+  xls_file* file = scan->file;
+  xls_sheet_t* sheet = scan->sheet;
+  kel_record_cursor* cursor = &scan->cursor;
   zuv_io* stream = file->stream;
   uint32_t end = stream->get_size(stream->context);
   uint32_t offset = sheet->bof_offset + 4 + BIFF_BOF_BODY;
   bool window2_seen = false;
   while (offset < end) {
     uint16_t id = 0, length = 0;
-    uint32_t status = kel_record_cursor_header(cursor, offset, &id, &length);
-    if (status) return status;
+    uint32_t status = 0;
+    const unsigned char* record = kel_record_cursor_peek(cursor, offset);
+    if (record) {
+      id = le16_at(record);
+      length = le16_at(record + 2);
+    } else {
+      status = kel_record_cursor_header(cursor, offset, &id, &length);
+      if (status) return status;
+    }
     if (length > XLS_MAX_RECORD_BODY) return KEL_ERR_GENERAL;
+    // Numbers make most of a large sheet: straight into the table.
+    if (record && ((id == BIFF_NUMBER && length >= 14) || (id == BIFF_RK && length >= 10))) {
+      status = read_number(scan, id, record + 4);
+      if (status) return status;
+      offset += 4u + length;
+      continue;
+    }
     if (id == BIFF_EOF) break;
     if (id == BIFF_BOF) {
       uint16_t embedded_version = 0, embedded_type = 0;
@@ -383,42 +438,32 @@ static uint32_t scan_records(xls_file* file, xls_sheet_t* sheet, kel_record_curs
     }
     uint16_t needed = body_needed(id);
     if (needed && length >= needed) {
-      const unsigned char* body = nullptr;
-      status = kel_record_cursor_body(cursor, offset, length, &body);
+      const unsigned char* body = record ? record + 4 : nullptr;
+      if (!body) status = kel_record_cursor_body(cursor, offset, length, &body);
       if (status) return status;
       uint32_t next = offset + 4u + length;
       xls_value_t value;
       switch (id) {
-        case BIFF_NUMBER: {
-          double number;
-          memcpy(&number, body + 6, sizeof number);
-          xls_value_double(&value, number);
-          status = add_basic_cell(sheet, body, &value);
-          break;
-        }
-        case BIFF_RK:
-          kel_xls_value_from_rk(get_le32(body + 6), &value);
-          status = add_basic_cell(sheet, body, &value);
-          break;
-        case BIFF_MULRK: status = read_mulrk(sheet, body, length); break;
+        case BIFF_NUMBER: case BIFF_RK: status = read_number(scan, id, body); break;
+        case BIFF_MULRK: status = read_mulrk(scan, body, length); break;
         case BIFF_BLANK:
           xls_value_empty(&value);
-          status = add_basic_cell(sheet, body, &value);
+          status = add_basic_cell(scan, body, &value);
           break;
-        case BIFF_MULBLANK: status = read_mulblank(sheet, body, length); break;
-        case BIFF_LABEL: status = read_label(sheet, body, length); break;
-        case BIFF_LABELSST: status = read_labelsst(file, sheet, body); break;
+        case BIFF_MULBLANK: status = read_mulblank(scan, body, length); break;
+        case BIFF_LABEL: status = read_label(scan, body, length); break;
+        case BIFF_LABELSST: status = read_labelsst(scan, body); break;
         case BIFF_BOOLERR:
           read_boolerr(body, &value);
-          status = add_basic_cell(sheet, body, &value);
+          status = add_basic_cell(scan, body, &value);
           break;
         case BIFF_FORMULA: case BIFF_FORMULA_OLD: case BIFF_FORMULA_BIFF4:
           file->formula_records += 1;
-          status = read_formula(file, sheet, body, length, next, scratch);
+          status = read_formula(scan, body, length, next);
           break;
         case BIFF_DEFAULTROWHEIGHT:
-          sheet->default_row_flags = get_le16(body);
-          sheet->default_row_height = get_le16(body + 2);
+          sheet->default_row_flags = le16_at(body);
+          sheet->default_row_height = le16_at(body + 2);
           break;
         case BIFF_WINDOW2:
           sheet->window2_offset = offset;
@@ -426,23 +471,23 @@ static uint32_t scan_records(xls_file* file, xls_sheet_t* sheet, kel_record_curs
           window2_seen = true;
           break;
         case BIFF_FEATHEADR:
-          sheet->allowed_actions = get_le16(body + 19);
+          sheet->allowed_actions = le16_at(body + 19);
           sheet->has_allowed_actions = 1;
           break;
-        case BIFF_PROTECT: sheet->sheet_protected = get_le16(body); break;
-        case BIFF_OBJPROTECT: sheet->objects_protected = get_le16(body); break;
-        case BIFF_SCENPROTECT: sheet->scenarios_protected = get_le16(body); break;
+        case BIFF_PROTECT: sheet->sheet_protected = le16_at(body); break;
+        case BIFF_OBJPROTECT: sheet->objects_protected = le16_at(body); break;
+        case BIFF_SCENPROTECT: sheet->scenarios_protected = le16_at(body); break;
         case BIFF_DEFCOLWIDTH: sheet->default_col_width = static_cast<uint16_t>(body[0] << 8); break;
-        case BIFF_STANDARDWIDTH: sheet->default_col_width = get_le16(body); break;
+        case BIFF_STANDARDWIDTH: sheet->default_col_width = le16_at(body); break;
         case BIFF_SELECTION:
           if (body[0] < XLS_PANES)
             status = xls_read_SELECTION(body, length, &sheet->selections[body[0]]);
           break;
         case BIFF_PANE:
-          sheet->pane.x_split = get_le16(body);
-          sheet->pane.y_split = get_le16(body + 2);
-          sheet->pane.top_row = get_le16(body + 4);
-          sheet->pane.left_col = get_le16(body + 6);
+          sheet->pane.x_split = le16_at(body);
+          sheet->pane.y_split = le16_at(body + 2);
+          sheet->pane.top_row = le16_at(body + 4);
+          sheet->pane.left_col = le16_at(body + 6);
           sheet->pane.active_pane = body[8];
           break;
         case BIFF_COLINFO: read_colinfo(body, sheet); break;
@@ -465,12 +510,14 @@ uint32_t xls_scan_sheet(xls_file* file, xls_sheet_t* sheet) {
   sheet->bof.type = type;
   if (type != BIFF_BOF_WORKSHEET) return 0;  // chart and macro sheets keep no cells
 
-  kel_record_cursor cursor;
-  kel_record_cursor_open(&cursor, stream, file->record);
-  dynamic_expr_t scratch;
-  expr_d_init(&scratch);
-  status = scan_records(file, sheet, &cursor, &scratch);
-  expr_d_destroy(&scratch);
-  kel_record_cursor_close(&cursor);
+  sheet_scan scan = {};
+  scan.file = file;
+  scan.sheet = sheet;
+  kel_record_cursor_open(&scan.cursor, stream, file->record);
+  expr_d_init(&scan.scratch);
+  kel_cell_appender_init(&scan.cells, &sheet->cells);
+  status = scan_records(&scan);
+  expr_d_destroy(&scan.scratch);
+  kel_record_cursor_close(&scan.cursor);
   return status;
 }

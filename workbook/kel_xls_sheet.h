@@ -85,7 +85,7 @@ struct xls_sheet_t {
   uint16_t default_row_height;      /* twips */
   uint16_t default_row_flags;
   kel_cell_cache_t cells;
-  int cell_hint;                    /* index of the cell read last */
+  kel_cell_hint cell_hint;          /* the cell read last */
   xls_array shared_exprs;           /* xls_shared_expr records */
   uint32_t sheet_protected;
   uint32_t scenarios_protected;

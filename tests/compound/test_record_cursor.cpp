@@ -32,7 +32,15 @@ TEST(RecordCursor, WalksAsTheRecordHelpersReadAcrossWindowsAndAtTheEnd) {
   kel_record_cursor cursor;
   kel_record_cursor_open(&cursor, &memio.io, record);
   ASSERT_NE(nullptr, cursor.window);
+  size_t peeked = 0;
   for (size_t n = 0; n < offsets.size(); ++n) {
+    // A peek, before the window moves to the record, finds it only whole.
+    const unsigned char* whole = kel_record_cursor_peek(&cursor, offsets[n]);
+    if (whole) {
+      ++peeked;
+      ASSERT_LE(offsets[n] + 4u + le16_at(whole + 2), cursor.window_start + cursor.window_length);
+      ASSERT_EQ(0, memcmp(bytes.data() + offsets[n], whole, 4u + le16_at(whole + 2))) << n;
+    }
     uint16_t id = 0, length = 0;
     ASSERT_EQ(0u, kel_record_cursor_header(&cursor, offsets[n], &id, &length));
     ASSERT_EQ((uint16_t)(n + 1) & 0xFF, id);
@@ -46,6 +54,8 @@ TEST(RecordCursor, WalksAsTheRecordHelpersReadAcrossWindowsAndAtTheEnd) {
     ASSERT_EQ(0u, kel_read_record(&memio.io, offsets[n], expected, length));
     ASSERT_EQ(0, memcmp(expected + 4, body, length)) << n;
   }
+  EXPECT_GT(peeked, offsets.size() / 2);
+  EXPECT_LT(peeked, offsets.size());
   // Back to the start, and past the end.
   uint16_t id = 0, length = 0;
   EXPECT_EQ(0u, kel_record_cursor_header(&cursor, 0, &id, &length));

@@ -193,17 +193,42 @@ TEST(ArrayChunked, GrowthAndBoundaries) {
   EXPECT_EQ(nullptr, xls_array_span(&array, 11, &contiguous));
   EXPECT_EQ(0, contiguous);
 
+  // Access near a block: moving between chunks, and from one array to
+  // another of a different chunk size, finds what plain access finds.
+  xls_array other = {nullptr, sizeof(int), 0, 0, 3, 1, nullptr};
+  for (int i = 0; i < 7; ++i) ASSERT_EQ(0u, xls_array_insert(&other, i, &i));
+  xls_array_block block = {};
+  for (int index : {0, 9, 10, 3, -1, 11, 10}) {
+    EXPECT_EQ(xls_array_access(&array, index), xls_array_access_near(&array, &block, index));
+    EXPECT_EQ(xls_array_access(&other, index), xls_array_access_near(&other, &block, index));
+  }
+  xls_array_free(&other);
+  // The free tail runs to the end of the last chunk; filling it appends.
+  void* tail = nullptr;
+  int room = 0;
+  ASSERT_EQ(0u, xls_array_free_tail(&array, &tail, &room));
+  EXPECT_EQ(9, room);
+  EXPECT_EQ((char*)chunks[1] + sizeof(int), tail);
+  *(int*)tail = 100;
+  array.count += 1;
+  EXPECT_EQ(100, *(int*)xls_array_access(&array, 11));
+  array.count = 20;  // a full array grows before it answers
+  ASSERT_EQ(0u, xls_array_free_tail(&array, &tail, &room));
+  EXPECT_EQ(10, room);
+  EXPECT_EQ(chunks[2], tail);
+  array.count = 12;
+
   // Inserting at the front carries each chunk's last element into the next.
   value = -5;
   ASSERT_EQ(0u, xls_array_insert(&array, 0, &value));
-  EXPECT_EQ((std::vector<int>{-5, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 99}), contents(array));
+  EXPECT_EQ((std::vector<int>{-5, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 99, 100}), contents(array));
   EXPECT_EQ(9, *(int*)chunks[1]);
   ASSERT_EQ(0u, xls_array_remove(&array, 0));
   EXPECT_EQ(99, *(int*)chunks[1]);
   // Removing doesn't give chunks back.
   while (array.count) ASSERT_EQ(0u, xls_array_remove(&array, array.count - 1));
-  EXPECT_NE(nullptr, chunks[1]);
-  EXPECT_EQ(20, array.capacity);
+  EXPECT_NE(nullptr, chunks[2]);
+  EXPECT_EQ(30, array.capacity);
   xls_array_free(&array);
 }
 

@@ -80,7 +80,7 @@ TEST(CellCache, ChunkedTableKeepsOrderFindsAndRefusesDuplicates) {
     // Every place, taken or not, across all chunk boundaries: the index of
     // the cell or of the first one after it.  A lookup near a hint finds
     // the same, whether the hint is the walk's own, far off or past the end.
-    int walk_hint = 0;
+    kel_cell_hint walk_hint = {};
     for (uint32_t row = 0; row <= sorted.back().first + 1; ++row) {
       for (uint32_t column = 0; column <= 16; ++column) {
         auto expected = std::lower_bound(sorted.begin(), sorted.end(), std::make_pair(row, column));
@@ -89,16 +89,45 @@ TEST(CellCache, ChunkedTableKeepsOrderFindsAndRefusesDuplicates) {
         bool found = false;
         ASSERT_EQ(index, kel_cell_cache_find_pos(&cache, column, row, &found)) << row << "," << column;
         ASSERT_EQ(taken, found);
-        int far = count / 3, past = count + 7;
-        for (int* hint : {&walk_hint, &far, &past}) {
+        kel_cell_hint far = {}, past = {};
+        far.index = count / 3;
+        past.index = count + 7;
+        for (kel_cell_hint* hint : {&walk_hint, &far, &past}) {
           auto_cell_t cell = nullptr;
           kel_cell_cache_find_cell_near(&cell, &cache, column, row, hint);
-          ASSERT_EQ(index, *hint) << row << "," << column;
+          ASSERT_EQ(index, hint->index) << row << "," << column;
           ASSERT_EQ(taken ? xls_array_access(&cache, index) : nullptr, (void*)cell);
           auto_cell_release(&cell);
         }
       }
     }
+    // Appending takes only places behind the last cell, and goes on behind
+    // a cell inserted meanwhile; what it appends reads as inserted cells do.
+    kel_cell_appender appender;
+    kel_cell_appender_init(&appender, &cache);
+    const uint32_t last_row = sorted.back().first;
+    xls_cell_t* appended = nullptr;
+    xls_value_t value;
+    xls_value_long(&value, 7);
+    for (uint32_t column : {0u, 13u}) {
+      EXPECT_EQ(0u, kel_cell_cache_append(&appender, column, last_row, 3, 1, &value, 9, &appended));
+      EXPECT_EQ(nullptr, appended) << column;  // not behind the last cell
+    }
+    xls_cell_t between = {};
+    between.row = last_row + 1;
+    between.column = 5;
+    ASSERT_EQ(0u, kel_cell_cache_insert(&cache, &between, nullptr));
+    for (uint32_t column = 6; column < 6 + 2u * grow_step; ++column) {
+      ASSERT_EQ(0u, kel_cell_cache_append(&appender, column, last_row + 1, 3, 1, &value, 9, &appended));
+      ASSERT_TRUE(appended && appended->column == column && appended->sst_index == 9 &&
+                  appended->use_count == 0 && appended->value.u.basic.u.long_value == 7);
+      ASSERT_EQ(appended, xls_array_access(&cache, kel_cell_cache_count(&cache) - 1));
+    }
+    EXPECT_EQ(0u, kel_cell_cache_append(&appender, 6, last_row + 1, 3, 1, &value, 9, &appended));
+    EXPECT_EQ(nullptr, appended);
+    EXPECT_EQ(count + 1 + 2 * grow_step, kel_cell_cache_count(&cache));
+    EXPECT_EQ(5u, ((xls_cell_t*)xls_array_access(&cache, count))->column);
+
     // Counted pointers: a lookup that finds nothing lets go of the old cell.
     auto_cell_t a = nullptr, b = nullptr;
     kel_cell_cache_find_cell(&a, &cache, 4, 200);
