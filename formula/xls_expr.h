@@ -114,7 +114,10 @@ struct xls_expr_t {
 
 /* A shared or array formula, held in its sheet's list and named by cells
  * through an xop_shared node. */
-enum { XLS_SHARED_ARRAY = 0x01 };
+enum {
+  XLS_SHARED_ARRAY = 0x01,
+  XLS_SHARED_NOT_COMPUTED = 0x02 /* calls what the engine can't compute */
+};
 struct xls_shared_expr {
   uint8_t flags;
   xls_packed_expr_t packed;

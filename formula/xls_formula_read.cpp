@@ -370,7 +370,7 @@ static uint32_t read_exp(read_state* state, const unsigned char* bytes) {
   uint32_t status = new_node(state, xop_shared, &index, &node);
   if (status) return status;
   node->u.shared = record;
-  if (record->flags & XLS_SHARED_ARRAY) *state->has_unsupported = true;
+  if (record->flags & (XLS_SHARED_ARRAY | XLS_SHARED_NOT_COMPUTED)) *state->has_unsupported = true;
   state->finished = true;
   return push(state, index);
 }

@@ -201,19 +201,25 @@ uint32_t grow_chunked(xls_array* array, int chunk_size) {
   return 0;
 }
 
+/* Makes room for one more element, growing a full array: *chunk_size gets
+ * the chunk size, 0 for a flat array. */
+uint32_t make_room(xls_array* array, int* chunk_size) {
+  *chunk_size = 0;
+  if (is_chunked(array)) {
+    *chunk_size = chunk_size_of(array);
+    if (!*chunk_size) return KEL_ERR_GENERAL;
+  }
+  if (array->count < array->capacity) return 0;
+  return *chunk_size ? grow_chunked(array, *chunk_size) : grow_flat(array);
+}
+
 }  // namespace
 
 uint32_t xls_array_insert(xls_array* array, int index, const void* element) {
   if (index < 0 || index > array->count) return KEL_ERR_GENERAL;
   int chunk_size = 0;
-  if (is_chunked(array)) {
-    chunk_size = chunk_size_of(array);
-    if (!chunk_size) return KEL_ERR_GENERAL;
-  }
-  if (array->count == array->capacity) {
-    uint32_t status = chunk_size ? grow_chunked(array, chunk_size) : grow_flat(array);
-    if (status) return status;
-  }
+  uint32_t status = make_room(array, &chunk_size);
+  if (status) return status;
   const size_t size = (size_t)array->element_size;
   if (!chunk_size) {
     insert_contiguous(array->data, array->count, index, array->element_size, nullptr);
@@ -305,14 +311,8 @@ uint32_t xls_array_free_tail(xls_array* array, void** first, int* room) {
   *first = nullptr;
   *room = 0;
   int chunk_size = 0;
-  if (is_chunked(array)) {
-    chunk_size = chunk_size_of(array);
-    if (!chunk_size) return KEL_ERR_GENERAL;
-  }
-  if (array->count == array->capacity) {
-    uint32_t status = chunk_size ? grow_chunked(array, chunk_size) : grow_flat(array);
-    if (status) return status;
-  }
+  uint32_t status = make_room(array, &chunk_size);
+  if (status) return status;
   int block_end = chunk_size ? array->count - array->count % chunk_size + chunk_size
                              : array->capacity;
   *room = (block_end < array->capacity ? block_end : array->capacity) - array->count;

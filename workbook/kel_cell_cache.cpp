@@ -143,45 +143,21 @@ void kel_cell_appender_init(kel_cell_appender* appender, kel_cell_cache_t* cache
   appender->cache = cache;
 }
 
-uint32_t kel_cell_cache_append(kel_cell_appender* appender, uint32_t column, uint32_t row,
-                               uint16_t xf, uint8_t flags, const xls_value_t* value,
-                               uint32_t sst_index, xls_cell_t** cell) {
-  *cell = nullptr;
-  kel_cell_cache_t* cache = appender->cache;
-  if (appender->count != cache->count) {
-    appender->room = 0;
-    appender->count = cache->count;
-    if (const xls_cell_t* last = at(cache, cache->count - 1)) {
-      appender->last_column = last->column;
-      appender->last_row = last->row;
-    }
+void kel_cell_appender_resync(kel_cell_appender* appender) {
+  const kel_cell_cache_t* cache = appender->cache;
+  appender->room = 0;
+  appender->count = cache->count;
+  if (const xls_cell_t* last = at(cache, cache->count - 1)) {
+    appender->last_column = last->column;
+    appender->last_row = last->row;
   }
-  if (cache->count > 0 && (row < appender->last_row ||
-                           (row == appender->last_row && column <= appender->last_column)))
-    return 0;
-  if (!appender->room) {
-    void* first = nullptr;
-    uint32_t status = xls_array_free_tail(cache, &first, &appender->room);
-    if (status) return status;
-    appender->next = static_cast<xls_cell_t*>(first);
-  }
-  xls_cell_t* slot = appender->next++;
-  appender->room -= 1;
-  slot->column = column;
-  slot->row = row;
-  slot->xf = xf;
-  slot->flags = flags;
-  slot->use_count = 0;
-  slot->sst_index = sst_index;
-  slot->new_sst_index = sst_index;
-  slot->link_index = 0;
-  slot->value = *value;
-  slot->link_sheet = nullptr;
-  appender->count = ++cache->count;
-  appender->last_column = column;
-  appender->last_row = row;
-  *cell = slot;
-  return 0;
+}
+
+uint32_t kel_cell_appender_refill(kel_cell_appender* appender) {
+  void* first = nullptr;
+  uint32_t status = xls_array_free_tail(appender->cache, &first, &appender->room);
+  appender->next = static_cast<xls_cell_t*>(first);
+  return status;
 }
 
 void kel_cell_cache_init_it(kel_cell_iterator* it, const kel_cell_cache_t* cache) {

@@ -132,13 +132,46 @@ struct kel_cell_appender {
   uint32_t last_column, last_row;
 };
 void kel_cell_appender_init(kel_cell_appender* appender, kel_cell_cache_t* cache);
+/* Brings the appender up to date with its table after another change. */
+void kel_cell_appender_resync(kel_cell_appender* appender);
+/* Finds free slots behind the last cell, growing the table if need be. */
+uint32_t kel_cell_appender_refill(kel_cell_appender* appender);
 /* Appends a cell at (column, row) that sorts after every cell of the
  * table, taking over value: *cell gets it, unpinned and unlinked as an
  * inserted cell is.  A place that doesn't sort last leaves *cell null and
- * the value the caller's (insert such a cell with kel_cell_cache_insert). */
-uint32_t kel_cell_cache_append(kel_cell_appender* appender, uint32_t column, uint32_t row,
-                               uint16_t xf, uint8_t flags, const xls_value_t* value,
-                               uint32_t sst_index, xls_cell_t** cell);
+ * the value the caller's (insert such a cell with kel_cell_cache_insert).
+ * Inline: a file's scan asks it once a cell. */
+inline uint32_t kel_cell_cache_append(kel_cell_appender* appender, uint32_t column,
+                                      uint32_t row, uint16_t xf, uint8_t flags,
+                                      const xls_value_t* value, uint32_t sst_index,
+                                      xls_cell_t** cell) {
+  *cell = nullptr;
+  if (appender->count != appender->cache->count) kel_cell_appender_resync(appender);
+  if (appender->count > 0 && (row < appender->last_row ||
+                              (row == appender->last_row && column <= appender->last_column)))
+    return 0;
+  if (!appender->room) {
+    uint32_t status = kel_cell_appender_refill(appender);
+    if (status) return status;
+  }
+  xls_cell_t* slot = appender->next++;
+  appender->room -= 1;
+  slot->column = column;
+  slot->row = row;
+  slot->xf = xf;
+  slot->flags = flags;
+  slot->use_count = 0;
+  slot->sst_index = sst_index;
+  slot->new_sst_index = sst_index;
+  slot->link_index = 0;
+  slot->value = *value;
+  slot->link_sheet = nullptr;
+  appender->count = ++appender->cache->count;
+  appender->last_column = column;
+  appender->last_row = row;
+  *cell = slot;
+  return 0;
+}
 
 /* Walks the cells in order: init_it, then next_cell until it gives null;
  * or backwards: init_it, then prior_cell until it gives null.  index is the

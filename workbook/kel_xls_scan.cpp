@@ -280,11 +280,12 @@ static uint32_t read_shared_record(sheet_scan* scan, uint32_t offset, uint16_t i
   bool unsupported = false;
   status = expr_read_formula(file, sheet, body + tokens_at, token_length, length - tokens_at,
                              &anchor, &scan->scratch, &record.packed, &unsupported);
-  if (status == KEL_ERR_UNSUPPORTED || (!status && unsupported)) {
-    expr_free(&record.packed, true);
-    return add_unsupported(file, sheet, origin->row, origin->column);
-  }
+  if (status == KEL_ERR_UNSUPPORTED) return add_unsupported(file, sheet, origin->row, origin->column);
   if (status) return status;
+  // A record that calls what the engine can't compute is kept all the same,
+  // so that its cells keep their formula: each of them is listed as
+  // unsupported when its token names the record.
+  if (unsupported) record.flags |= XLS_SHARED_NOT_COMPUTED;
   status = xls_array_insert(&sheet->shared_exprs, sheet->shared_exprs.count, &record);
   if (status) expr_free(&record.packed, true);
   return status;

@@ -11,6 +11,7 @@
 #include "formula/xls_recalc_env.h"
 #include "formula_test_book.h"
 #include "kel_status.h"
+#include "test_support.h"
 
 using namespace formula_test;
 
@@ -589,7 +590,9 @@ TEST(RangeCollect, ThreeDimensionalRanges) {
   three_d.u.range->second.sheet = book.sheet(2);
   EXPECT_EQ("10,11,20,21,30,31", collect(book, three_d, xls_conv_skip_empty));
   // The sheets are walked in workbook order whichever corner names which.
-  std::swap(three_d.u.range->first.sheet, three_d.u.range->second.sheet);
+  xls_sheet_t* first_sheet = three_d.u.range->first.sheet;
+  three_d.u.range->first.sheet = three_d.u.range->second.sheet;
+  three_d.u.range->second.sheet = first_sheet;
   EXPECT_EQ("10,11,20,21,30,31", collect(book, three_d, xls_conv_skip_empty));
 
   // Offsets run through the columns of each sheet in turn.

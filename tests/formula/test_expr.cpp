@@ -7,6 +7,7 @@
 
 #include "formula/xls_expr.h"
 #include "kel_status.h"
+#include "test_support.h"
 
 namespace {
 
@@ -164,7 +165,7 @@ TEST(ExprBuild, ThirteenParametersLiveOnTheHeapAndCopiesOwnTheirList) {
   ASSERT_EQ(13u, expr_func_param_count(copied));
   EXPECT_NE(root->u.func.params, copied->u.func.params);
   EXPECT_EQ(0, memcmp(root->u.func.params, copied->u.func.params, 13 * sizeof(uint16_t)));
-  EXPECT_NE(packed.nodes, copy.nodes);
+  EXPECT_NE(tabulon_test::copied(packed.nodes), tabulon_test::copied(copy.nodes));
   expr_free(&packed, true);
   // The copy stands on its own once the original is gone.
   EXPECT_EQ(107, long_at(expr_func_param(&copy, copied, 7)));
@@ -248,7 +249,7 @@ TEST(ExprLifetime, CopyingACellOfASharedGroupCopiesTheGroupsExpression) {
   ASSERT_EQ(0u, expr_copy(&copy, &cell));
   ASSERT_EQ(3u, copy.count);
   for (uint32_t i = 0; i < copy.count; ++i) EXPECT_NE(xop_shared, expr_op(&copy.nodes[i]));
-  EXPECT_NE(record.packed.nodes, copy.nodes);
+  EXPECT_NE(tabulon_test::copied(record.packed.nodes), tabulon_test::copied(copy.nodes));
   EXPECT_EQ(-1, expr_binary_left(&copy, expr_root_expr(&copy))->u.cell.row);
   expr_free(&copy, true);
 

@@ -14,6 +14,7 @@
 #include "formula_test_book.h"
 #include "formula_tokens.h"
 #include "kel_status.h"
+#include "test_support.h"
 
 namespace {
 
@@ -342,7 +343,7 @@ TEST_F(Codec, LargeFormulasTakeTheScratchBlockAndLongListsGoToTheHeap) {
   ASSERT_EQ(0u, read(tokens, &packed));  // 299 nodes: copied out
   xls_expr_t* block = scratch_.nodes;
   EXPECT_EQ(299u, packed.count);
-  EXPECT_NE(block, packed.nodes);
+  EXPECT_NE(block, tabulon_test::copied(packed.nodes));
   expr_free(&packed, true);
   ASSERT_EQ(0u, read(t_int(3), &packed));
   EXPECT_EQ(block, scratch_.nodes);

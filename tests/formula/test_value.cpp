@@ -12,6 +12,7 @@
 #include "formula/xls_expr.h"
 #include "formula/xls_value.h"
 #include "foundation/zuv_uni_string.h"
+#include "test_support.h"
 
 namespace {
 
@@ -160,8 +161,8 @@ TEST(Value, ArithmeticShapesAndErrors) {
   xls_value_t holes = array(1, 2, {NAN, 4});
   xls_value_arith(&r, &holes, &two, arith_add);
   ASSERT_EQ((uint32_t)bvt_array, r.u.basic.kind);
-  EXPECT_EQ(2.0, r.u.basic.u.array.elements[0].u.double_value);
-  EXPECT_EQ(6.0, r.u.basic.u.array.elements[1].u.double_value);
+  EXPECT_EQ(2.0, tabulon_test::copied(r.u.basic.u.array.elements[0].u.double_value));
+  EXPECT_EQ(6.0, tabulon_test::copied(r.u.basic.u.array.elements[1].u.double_value));
   xls_free_value(&r);
   xls_value_t na;
   xls_value_error(&na, xls_error_na);
@@ -178,13 +179,13 @@ TEST(Value, ArithmeticShapesAndErrors) {
   ASSERT_EQ((uint32_t)bvt_array, r.u.basic.kind);
   EXPECT_EQ(2, r.u.basic.u.array.rows);
   EXPECT_EQ(3, r.u.basic.u.array.columns);
-  EXPECT_EQ(23.0, r.u.basic.u.array.elements[5].u.double_value);
+  EXPECT_EQ(23.0, tabulon_test::copied(r.u.basic.u.array.elements[5].u.double_value));
   xls_free_value(&r);
   // Past the end of a longer dimension: an #N/A element.
   xls_value_t tall = array(3, 1, {1, 2, 3});
   xls_value_arith(&r, &tall, &column, arith_multiply);
   ASSERT_EQ((uint32_t)bvt_array, r.u.basic.kind);
-  EXPECT_EQ(40.0, r.u.basic.u.array.elements[1].u.double_value);
+  EXPECT_EQ(40.0, tabulon_test::copied(r.u.basic.u.array.elements[1].u.double_value));
   EXPECT_EQ((uint32_t)bvt_error, r.u.basic.u.array.elements[2].kind);
   xls_free_value(&r);
   // One zero divisor ends the whole operation.
@@ -365,7 +366,8 @@ TEST(Value, OwnershipOfCopies) {
   xls_create_expr_value(&formula, &packed, &cache);
   ASSERT_EQ(0u, xls_value_copy(&copy, &formula));
   EXPECT_NE(formula.u.expr.packed.nodes, copy.u.expr.packed.nodes);
-  EXPECT_NE(formula.u.expr.cache.u.string, copy.u.expr.cache.u.string);
+  EXPECT_NE(tabulon_test::copied(formula.u.expr.cache.u.string),
+            tabulon_test::copied(copy.u.expr.cache.u.string));
   const xls_expr_t* copied = copy.u.expr.packed.nodes;
   EXPECT_NE(nodes[2].u.func.params, xls_expr_params(&copied[2]));
   EXPECT_EQ(1, xls_expr_params(&copied[2])[12]);
@@ -405,7 +407,8 @@ TEST(Value, OwnershipOfCopies) {
   xls_value_array_set(&table, 1, 0, &source);
   xls_value_array_set(&table, 0, -1, &source);
   EXPECT_EQ(u"w", S(table.u.basic.u.array.elements[1].u.string));
-  EXPECT_NE(word.u.string, table.u.basic.u.array.elements[1].u.string);
+  EXPECT_NE(tabulon_test::copied(word.u.string),
+            tabulon_test::copied(table.u.basic.u.array.elements[1].u.string));
   ASSERT_EQ(0u, xls_value_copy(&copy, &table));
   xls_free_value(&table);
   EXPECT_EQ(u"w", S(copy.u.basic.u.array.elements[1].u.string));
