@@ -13,6 +13,7 @@
 #include "format/xls_edit_string.h"
 #include "formula/xls_datetime.h"
 #include "foundation/zuv_uni_string.h"
+#include "test_support.h"
 
 namespace {
 
@@ -316,7 +317,7 @@ TEST(EditString, Dates) {
                                      &format, &not_date),
             0u);
   EXPECT_EQ(not_date, 0);
-  EXPECT_EQ(value.u.basic.u.double_value, 1462);
+  EXPECT_EQ(tabulon_test::copied(value.u.basic.u.double_value), 1462);
   free(format);
   format = nullptr;
   ASSERT_EQ(xls_format_date_if_avail(nullptr, nullptr, nullptr, u16(u"soon"), &value,

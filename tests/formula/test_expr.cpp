@@ -73,7 +73,8 @@ TEST(ExprBuild, NewNodesAreZeroedAndPackingGivesAnExactBlock) {
   ASSERT_EQ(3u, packed.count);
   const xls_expr_t* root = expr_root_expr(&packed);
   EXPECT_EQ(&packed.nodes[sum], root);
-  EXPECT_EQ(2.5, expr_binary_left(&packed, root)->u.constant.u.basic.u.double_value);
+  EXPECT_EQ(2.5,
+            tabulon_test::copied(expr_binary_left(&packed, root)->u.constant.u.basic.u.double_value));
   EXPECT_EQ(1, long_at(expr_binary_right(&packed, root)));
   expr_free(&packed, true);
   EXPECT_EQ(0u, packed.count);

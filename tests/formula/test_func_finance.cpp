@@ -12,6 +12,7 @@
 #include "formula/xls_functions.h"
 #include "calc_cases.h"
 #include "formula_test_book.h"
+#include "test_support.h"
 
 using namespace formula_test;
 
@@ -321,7 +322,7 @@ TEST(Finance, ArgumentsAndSigns) {
   xls_value_empty(&result);
   xls_expr_func_nper(&result, &env, args, 4);
   ASSERT_EQ((uint32_t)bvt_double, result.u.basic.kind);
-  EXPECT_EQ(0.0, result.u.basic.u.double_value);
+  EXPECT_EQ(0.0, tabulon_test::copied(result.u.basic.u.double_value));
   EXPECT_FALSE(signbit(result.u.basic.u.double_value));
   // An overflow is #NUM!, not an infinity.
   EXPECT_EQ("e:36", call(xls_expr_func_fv, env, {num(10), num(400), num(-1)}));

@@ -5,6 +5,7 @@
 
 #include "formula/xls_functions.h"
 #include "formula_test_book.h"
+#include "test_support.h"
 
 using namespace formula_test;
 
@@ -73,13 +74,13 @@ TEST(FuncText, ReptLimits) {
   xls_value_empty(&result);
   xls_expr_func_rept(&result, &env, args, 2);
   EXPECT_EQ(static_cast<uint32_t>(bvt_string), result.u.basic.kind);
-  EXPECT_EQ(nullptr, result.u.basic.u.string);
+  EXPECT_EQ(nullptr, tabulon_test::copied(result.u.basic.u.string));
   xls_free_value(&args[0]);
   args[0] = str("ab");
   args[1] = lng(0);
   xls_expr_func_rept(&result, &env, args, 2);
   EXPECT_EQ(static_cast<uint32_t>(bvt_string), result.u.basic.kind);
-  EXPECT_EQ(nullptr, result.u.basic.u.string);
+  EXPECT_EQ(nullptr, tabulon_test::copied(result.u.basic.u.string));
   xls_free_value(&args[0]);
 }
 

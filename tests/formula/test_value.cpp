@@ -64,14 +64,14 @@ TEST(Value, RkForms) {
   EXPECT_EQ(-5, v.u.basic.u.long_value);
   kel_xls_value_from_rk((1234u << 2) | 3, &v);
   EXPECT_EQ((uint32_t)bvt_double, v.u.basic.kind);
-  EXPECT_DOUBLE_EQ(12.34, v.u.basic.u.double_value);
+  EXPECT_DOUBLE_EQ(12.34, tabulon_test::copied(v.u.basic.u.double_value));
   kel_xls_value_from_rk((1200u << 2) | 3, &v);
   EXPECT_EQ((uint32_t)bvt_long, v.u.basic.kind);
   EXPECT_EQ(12, v.u.basic.u.long_value);
   kel_xls_value_from_rk(0x3FF00000, &v);  // form 0: the high word of 1.0
-  EXPECT_EQ(1.0, v.u.basic.u.double_value);
+  EXPECT_EQ(1.0, tabulon_test::copied(v.u.basic.u.double_value));
   kel_xls_value_from_rk(0x3FF00001, &v);
-  EXPECT_EQ(0.01, v.u.basic.u.double_value);
+  EXPECT_EQ(0.01, tabulon_test::copied(v.u.basic.u.double_value));
 }
 
 TEST(Value, EqualityAtFifteenDigits) {
@@ -138,7 +138,7 @@ TEST(Value, ArithmeticShapesAndErrors) {
   xls_value_t r, two = integer(2), three = integer(3), zero = number(0);
   xls_value_arith(&r, &two, &three, arith_subtract);
   EXPECT_EQ((uint32_t)bvt_double, r.u.basic.kind);
-  EXPECT_EQ(-1.0, r.u.basic.u.double_value);
+  EXPECT_EQ(-1.0, tabulon_test::copied(r.u.basic.u.double_value));
   xls_value_arith(&r, &zero, &zero, arith_power);
   EXPECT_EQ((uint32_t)xls_error_num, error_of(r).u.error);
   xls_value_t big = number(1e308), ten = integer(10), four_hundred = integer(400);
@@ -153,7 +153,7 @@ TEST(Value, ArithmeticShapesAndErrors) {
 
   xls_value_t text = string(u"2.5"), word = string(u"x");
   xls_value_arith(&r, &text, &two, arith_add);
-  EXPECT_EQ(4.5, r.u.basic.u.double_value);
+  EXPECT_EQ(4.5, tabulon_test::copied(r.u.basic.u.double_value));
   xls_value_arith(&r, &word, &two, arith_add);
   EXPECT_EQ((uint32_t)xls_error_value, error_of(r).u.error);
 
@@ -365,7 +365,8 @@ TEST(Value, OwnershipOfCopies) {
   xls_value_t formula, copy;
   xls_create_expr_value(&formula, &packed, &cache);
   ASSERT_EQ(0u, xls_value_copy(&copy, &formula));
-  EXPECT_NE(formula.u.expr.packed.nodes, copy.u.expr.packed.nodes);
+  EXPECT_NE(tabulon_test::copied(formula.u.expr.packed.nodes),
+            tabulon_test::copied(copy.u.expr.packed.nodes));
   EXPECT_NE(tabulon_test::copied(formula.u.expr.cache.u.string),
             tabulon_test::copied(copy.u.expr.cache.u.string));
   const xls_expr_t* copied = copy.u.expr.packed.nodes;
@@ -384,7 +385,7 @@ TEST(Value, OwnershipOfCopies) {
   ASSERT_EQ(0u, xls_create_unparsed_expr_value(&cell, nullptr, shared_text,
                                                XLS_EXPR_UNPARSED | XLS_EXPR_UNPARSED_ARRAY));
   ASSERT_EQ(0u, xls_value_copy(&copy, &cell));
-  EXPECT_EQ(shared_text, copy.u.expr.packed.text);
+  EXPECT_EQ(shared_text, tabulon_test::copied(copy.u.expr.packed.text));
   xls_free_value(&cell);
   xls_free_value(&copy);
   free(shared_text);
