@@ -89,14 +89,14 @@ struct kel_cell_hint {
   int index;
   xls_array_block block;
 };
+/* The rest of kel_cell_cache_find_cell_near, once the cell after the
+ * hint's is not the one: the hint's own cell, then a search. */
+uint32_t kel_cell_cache_find_cell_search(auto_cell_t* cell, const kel_cell_cache_t* cache,
+                                         uint32_t column, uint32_t row, kel_cell_hint* hint);
 /* As kel_cell_cache_find_cell, looking first at the cell after the hint's
  * and at the hint's own, and leaving in hint->index the index of the cell
- * found, or where it would go. */
-uint32_t kel_cell_cache_find_cell_near(auto_cell_t* cell, const kel_cell_cache_t* cache,
-                                       uint32_t column, uint32_t row, kel_cell_hint* hint);
-/* kel_cell_cache_find_cell_near with its commonest case inline: the cell
- * after the hint's is the one asked for. */
-inline uint32_t kel_cell_cache_find_cell_next(auto_cell_t* cell, const kel_cell_cache_t* cache,
+ * found, or where it would go.  Its commonest case is inline. */
+inline uint32_t kel_cell_cache_find_cell_near(auto_cell_t* cell, const kel_cell_cache_t* cache,
                                               uint32_t column, uint32_t row,
                                               kel_cell_hint* hint) {
   xls_cell_t* next =
@@ -106,7 +106,7 @@ inline uint32_t kel_cell_cache_find_cell_next(auto_cell_t* cell, const kel_cell_
     auto_cell_set(cell, next);
     return 0;
   }
-  return kel_cell_cache_find_cell_near(cell, cache, column, row, hint);
+  return kel_cell_cache_find_cell_search(cell, cache, column, row, hint);
 }
 /* *cell gets the cell at index, counted, or null past the end. */
 uint32_t kel_cell_cache_access(auto_cell_t* cell, const kel_cell_cache_t* cache,

@@ -53,20 +53,24 @@ enum {
   XF_USED_PROTECTION = 0x80
 };
 
-void xls_get_parent_xf(xls_sheet_t* sheet, uint16_t xf, int column, biff_xf* result) {
+/* The XF that a cell of XF index xf shows in column: the table's own record
+ * where it has nothing to inherit, as most have, else *scratch filled in. */
+static const biff_xf* resolve_xf(xls_sheet_t* sheet, uint16_t xf, int column, biff_xf* scratch) {
   const xls_file* file = sheet->workbook;
   if (xf == 0xFFFF) xf = get_default_col_xf(sheet, column);
   if (xf >= file->xfs_info.count) {
-    *result = biff_xf{};
-    return;
+    *scratch = biff_xf{};
+    return scratch;
   }
-  *result = file->xfs[xf];
+  const biff_xf* own = &file->xfs[xf];
   // The parent is only looked for when the low 12 bits are all clear, not
   // just the protection bits: files rely on this reading.
-  if (result->flags & 0x0FFF) return;
-  uint16_t parent_index = static_cast<uint16_t>(result->flags >> 4);
-  if (parent_index >= file->xfs_info.count) return;
+  if (own->flags & 0x0FFF) return own;
+  uint16_t parent_index = static_cast<uint16_t>(own->flags >> 4);
+  if (parent_index >= file->xfs_info.count) return own;
   const biff_xf& parent = file->xfs[parent_index];
+  biff_xf* result = scratch;
+  *result = *own;
   // A style XF's used bits mean the opposite of a cell XF's.
   uint8_t p = (parent.flags & BIFF_XF_STYLE) ? 0 : 1;
   auto inherits = [&](uint8_t bit) {
@@ -86,6 +90,12 @@ void xls_get_parent_xf(xls_sheet_t* sheet, uint16_t xf, int column, biff_xf* res
   }
   if (inherits(XF_USED_FORMAT)) result->format = parent.format;
   if (inherits(XF_USED_PROTECTION)) result->flags |= parent.flags;
+  return result;
+}
+
+void xls_get_parent_xf(xls_sheet_t* sheet, uint16_t xf, int column, biff_xf* result) {
+  const biff_xf* resolved = resolve_xf(sheet, xf, column, result);
+  if (resolved != result) *result = *resolved;
 }
 
 const unsigned short* xls_get_number_format(const xls_file* file, uint16_t index,
@@ -172,11 +182,11 @@ uint32_t xls_read_cell(xls_sheet_t* sheet, int column, int row, xls_read_cell_in
                        const xls_locale* locale) {
   const xls_file* file = sheet->workbook;
   auto_cell_t cell = nullptr;
-  uint32_t status = kel_cell_cache_find_cell_next(&cell, &sheet->cells, column, row,
+  uint32_t status = kel_cell_cache_find_cell_near(&cell, &sheet->cells, column, row,
                                                   &sheet->cell_hint);
   if (status) return status;
   biff_xf inherited;
-  const biff_xf* xf = nullptr;
+  const biff_xf* xf;
   uint16_t xf_index;
   if (!cell) {
     info->flags &= ~XLS_CELL_EXISTS;
@@ -189,13 +199,7 @@ uint32_t xls_read_cell(xls_sheet_t* sheet, int column, int row, xls_read_cell_in
   } else {
     info->flags |= XLS_CELL_EXISTS;
     xf_index = cell->xf;
-    // Most XFs name no parent: then the record is read where it stands.
-    if (xf_index < file->xfs_info.count && (file->xfs[xf_index].flags & 0x0FFF)) {
-      xf = &file->xfs[xf_index];
-    } else {
-      xls_get_parent_xf(sheet, xf_index, column, &inherited);
-      xf = &inherited;
-    }
+    xf = resolve_xf(sheet, xf_index, column, &inherited);
     if (info->flags & XLS_READ_CELL) {
       // The lookup's pin passes to the caller.
       auto_cell_release(&info->cell);

@@ -88,10 +88,7 @@ static uint32_t add_cell(sheet_scan* scan, uint32_t column, uint32_t row, uint16
   uint32_t status =
       kel_cell_cache_append(&scan->cells, column, row, xf, flags, value, sst_index, &appended);
   if (appended) {
-    if (row + 1 > sheet->last_row) sheet->last_row = row + 1;
-    if (column + 1 > sheet->last_col) sheet->last_col = static_cast<uint16_t>(column + 1);
-    if (row < sheet->first_row) sheet->first_row = row;
-    if (column < sheet->first_col) sheet->first_col = static_cast<uint16_t>(column);
+    xls_sheet_take_in(sheet, column, row);
     return 0;
   }
   if (status) {

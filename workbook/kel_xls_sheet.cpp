@@ -109,10 +109,7 @@ uint32_t insert_cell(xls_sheet_t* sheet, const xls_cell_t* cell, auto_cell_t* re
   int index = 0;
   uint32_t status = kel_cell_cache_insert(&sheet->cells, cell, &index);
   if (status) return status;
-  if (cell->row + 1 > sheet->last_row) sheet->last_row = cell->row + 1;
-  if (cell->column + 1 > sheet->last_col) sheet->last_col = static_cast<uint16_t>(cell->column + 1);
-  if (cell->row < sheet->first_row) sheet->first_row = cell->row;
-  if (cell->column < sheet->first_col) sheet->first_col = static_cast<uint16_t>(cell->column);
+  xls_sheet_take_in(sheet, cell->column, cell->row);
   if (result) kel_cell_cache_access(result, &sheet->cells, index);
   if (position) *position = index;
   return 0;

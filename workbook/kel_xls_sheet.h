@@ -109,6 +109,14 @@ uint32_t xls_read_SELECTION(const unsigned char* body, uint32_t length,
  * that isn't a worksheet's is left unscanned. */
 uint32_t xls_scan_sheet(xls_file* file, xls_sheet_t* sheet);
 
+/* Widens the sheet's extent of known cells to take in (column, row).
+ * Inline: a file's scan asks it once a cell. */
+inline void xls_sheet_take_in(xls_sheet_t* sheet, uint32_t column, uint32_t row) {
+  if (row + 1 > sheet->last_row) sheet->last_row = row + 1;
+  if (column + 1 > sheet->last_col) sheet->last_col = static_cast<uint16_t>(column + 1);
+  if (row < sheet->first_row) sheet->first_row = row;
+  if (column < sheet->first_col) sheet->first_col = static_cast<uint16_t>(column);
+}
 /* Inserts a copy of cell in the table's order, the table taking over its
  * value, and widens the sheet's extent.  A cell already at that place gives
  * KEL_ERR_GENERAL and leaves the value the caller's.  result (counted) and
