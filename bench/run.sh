@@ -39,16 +39,20 @@ libreoffice_figures() {
     "$peak" "$seconds"
 }
 
-# The run with the smallest total_s of REPEAT runs of a command.
+# The run with the smallest total_s of REPEAT runs of a command; a run
+# that fails (a workbook that can't be opened) doesn't count, and the
+# failures are told on standard error.
 fastest() {
-  local best="" time
+  local best="" time failed=0
   for _ in $(seq "${REPEAT:-3}"); do
-    local run; run=$("$@")
+    local run
+    if ! run=$("$@"); then failed=$((failed + 1)); continue; fi
     time=$(echo "$run" | awk '$1 == "total_s" { print $2 }')
     if [ -z "$best" ] || awk -v a="$time" -v b="$(echo "$best" | awk '$1 == "total_s" { print $2 }')" \
         'BEGIN { exit !(a < b) }'; then best=$run; fi
   done
-  echo "$best"
+  if [ "$failed" -gt 0 ]; then echo "${1%_figures}: $failed of ${REPEAT:-3} runs failed" >&2; fi
+  [ -n "$best" ] && echo "$best"
 }
 ours_figures() { "$bench" "$1" 2>/dev/null | with_total; }
 xlrd_figures() { /usr/bin/python3 "$root/bench/xlrd_read.py" "$1" | with_total; }
@@ -57,9 +61,13 @@ ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b + 0 != 0 && a != "-") printf "%
 
 if [ -n "$office" ]; then libreoffice_figures "${files[0]}" > /dev/null; fi
 for file in "${files[@]}"; do
-  ours=$(fastest ours_figures "$file")
-  xlrd=$(fastest xlrd_figures "$file")
-  if [ -n "$office" ]; then lo=$(fastest libreoffice_figures "$file"); else lo=$(echo "$ours" | awk '{ print $1, "-" }'); fi
+  if ! ours=$(fastest ours_figures "$file") || ! xlrd=$(fastest xlrd_figures "$file"); then
+    echo "== $(basename "$file"): no run succeeded"
+    continue
+  fi
+  if [ -z "$office" ] || ! lo=$(fastest libreoffice_figures "$file"); then
+    lo=$(echo "$ours" | awk '{ print $1, "-" }')
+  fi
   echo "== $(basename "$file")"
   printf '%-16s %10s %10s %8s %12s %8s\n' figure tabulon xlrd ratio libreoffice ratio
   paste -d' ' <(echo "$ours") <(echo "$xlrd") <(echo "$lo") |

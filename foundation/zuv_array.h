@@ -123,15 +123,21 @@ struct xls_array_block {
   int chunk;      /* its chunk */
   int grow_step, chunk_factor;
 };
+/* The element at index when it lies in block, else null. */
+inline void* xls_array_access_in_block(const xls_array* array, const xls_array_block* block,
+                                       int index) {
+  if (index >= block->first && index < block->end && index < array->count &&
+      block->grow_step == array->grow_step && block->chunk_factor == array->chunk_factor)
+    return static_cast<char*>(static_cast<void**>(array->data)[block->chunk]) +
+           static_cast<size_t>(index - block->first) * static_cast<size_t>(array->element_size);
+  return nullptr;
+}
 /* xls_array_access_near when index lies outside block: block moves to it. */
 void* xls_array_access_block(const xls_array* array, xls_array_block* block, int index);
 /* As xls_array_access, through block: inline, as a walk through a large
  * table asks it once an element. */
 inline void* xls_array_access_near(const xls_array* array, xls_array_block* block, int index) {
-  if (index >= block->first && index < block->end && index < array->count &&
-      block->grow_step == array->grow_step && block->chunk_factor == array->chunk_factor)
-    return static_cast<char*>(static_cast<void**>(array->data)[block->chunk]) +
-           static_cast<size_t>(index - block->first) * static_cast<size_t>(array->element_size);
+  if (void* element = xls_array_access_in_block(array, block, index)) return element;
   return xls_array_access_block(array, block, index);
 }
 /* The element at index, with *contiguous set to the number of elements

@@ -93,6 +93,18 @@ struct kel_cell_hint {
  * hint's is not the one: the hint's own cell, then a search. */
 uint32_t kel_cell_cache_find_cell_search(auto_cell_t* cell, const kel_cell_cache_t* cache,
                                          uint32_t column, uint32_t row, kel_cell_hint* hint);
+/* The cell after the hint's, unpinned, with the hint moved onto it, when
+ * it is at (column, row) and in the hint's block; else null, the hint as
+ * it was. */
+inline xls_cell_t* kel_cell_cache_next_in_block(const kel_cell_cache_t* cache,
+                                                uint32_t column, uint32_t row,
+                                                kel_cell_hint* hint) {
+  xls_cell_t* next = static_cast<xls_cell_t*>(
+      xls_array_access_in_block(cache, &hint->block, hint->index + 1));
+  if (!next || next->row != row || next->column != column) return nullptr;
+  hint->index += 1;
+  return next;
+}
 /* As kel_cell_cache_find_cell, looking first at the cell after the hint's
  * and at the hint's own, and leaving in hint->index the index of the cell
  * found, or where it would go.  Its commonest case is inline. */

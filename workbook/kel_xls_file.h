@@ -60,6 +60,19 @@ enum { XLS_ROW_CACHE_ENABLED = 0x01, XLS_ROW_CACHE_VALID = 0x02 };
 struct xls_sst_texts;
 struct xls_apos_sheet;
 
+/* The texts of the number formats read last, by format index modulo the
+ * slot count: a viewer asks the format of every cell it shows, and the
+ * file's FORMAT records would otherwise be searched each time.  The slots
+ * hold for one locale and one count of FORMAT records (records are only
+ * ever added, and their texts stay until the close). */
+enum { XLS_FORMAT_MEMO_SLOTS = 16 };
+struct xls_format_memo {
+  const xls_locale* locale;
+  int32_t formats_count;
+  uint16_t index[XLS_FORMAT_MEMO_SLOTS];
+  const unsigned short* text[XLS_FORMAT_MEMO_SLOTS]; /* null: an empty slot */
+};
+
 struct xls_file {
   kel_wb_cache_t* cached;  /* not null: an OOXML workbook, and nothing below is used */
   uint8_t write_protected;
@@ -82,6 +95,7 @@ struct xls_file {
   biff_format_v4* formats;
   xls_array_info xfs_info;
   biff_xf* xfs;
+  xls_format_memo format_memo;
   xls_array_info styles_info;
   biff_style* styles;
   uint32_t default_zero_char_twips;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "biff_test_file.h"
+#include "format/kel_locale.h"
 #include "formula/xls_formula_text.h"
 #include "workbook/kel_xls_sheet.h"
 #include "test_support.h"
@@ -479,6 +480,42 @@ TEST(CellRead, FormatsComeFromTheXfAndItsStyle) {
   EXPECT_EQ(u"@", str(xls_get_number_format(file, 49, nullptr)));
   EXPECT_EQ(nullptr, xls_get_number_format(file, 30, nullptr));
   EXPECT_EQ(nullptr, xls_get_number_format(file, 50, nullptr));
+}
+
+TEST(CellRead, NumberFormatsStayRightWhenRemembered) {
+  // A2 General and B2 D-MMM share a slot of the file's memo of format
+  // texts; C2's short date follows the locale, even one changed in place.
+  Book book(one_sheet(
+      [](Stream& s) {
+        s.number(1, 0, 21, 1);
+        s.number(1, 1, 259, 2);
+        s.number(1, 2, 258, 3);
+        s.window2();
+      },
+      [](Stream& s) {
+        xf_globals(s);
+        s.xf(0, 14, 1);  // 258
+        s.xf(0, 16, 1);  // 259
+      }));
+  ASSERT_EQ(0u, book.status);
+  xls_sheet_t* sheet = book.sheet();
+  xls_read_cell_info info = {};
+  auto format = [&](int column, const xls_locale* locale) {
+    info.flags = XLS_READ_NUMBER_FORMAT;
+    EXPECT_EQ(0u, xls_read_cell(sheet, column, 1, &info, locale));
+    return str(info.number_format);
+  };
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(u"General", format(0, nullptr));
+    EXPECT_EQ(u"D-MMM", format(1, nullptr));
+  }
+  xls_locale locale = {};
+  locale.date_order = XLS_DATE_DMY;
+  EXPECT_EQ(u"D/M/YYYY", format(2, &locale));
+  locale.date_order = XLS_DATE_YMD;
+  EXPECT_EQ(u"YYYY/M/D", format(2, &locale));
+  EXPECT_EQ(u"M/D/YYYY", format(2, nullptr));
+  EXPECT_EQ(u"D-MMM", format(1, &locale));
 }
 
 TEST(SheetWindow, SelectionAndPanes) {
