@@ -1,18 +1,17 @@
-// Compound files built in memory, and a document and memory over the C
-// library that count what the reader does.
+// Compound files built in memory, and a document and memory that count
+// what the reader does.
 #ifndef TABULON_TEST_OLE_TEST_FILE_H
 #define TABULON_TEST_OLE_TEST_FILE_H
 
 #include <stdint.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "compound/zuv_ole.h"
+#include "tests/foundation/test_memory.h"
 
 namespace ole_test {
 
@@ -158,22 +157,9 @@ struct MemDoc {
                        uint32_t* status) {
     MemDoc* doc = (MemDoc*)context;
     doc->reads++;
-    uint32_t done = 0;
-    for (uint32_t at = offset; done < size && at < MemDoc::size(doc); at = offset + done) {
-      uint8_t* out = (uint8_t*)buffer + done;
-      uint32_t hole_end = doc->hole_at + doc->hole_size, n;
-      if (at < doc->hole_at) {
-        n = std::min(size - done, doc->hole_at - at);
-        memcpy(out, &doc->bytes[at], n);
-      } else if (at < hole_end) {
-        n = std::min(size - done, hole_end - at);
-        memset(out, 0, n);
-      } else {
-        n = std::min(size - done, MemDoc::size(doc) - at);
-        memcpy(out, &doc->bytes[at - doc->hole_size], n);
-      }
-      done += n;
-    }
+    uint32_t done = 0, hole_end = doc->hole_at + doc->hole_size;
+    for (uint32_t at = offset; done < size && at < MemDoc::size(doc); at = offset + ++done)
+      ((uint8_t*)buffer)[done] = at < doc->hole_at ? doc->bytes[at] : at < hole_end ? 0 : doc->bytes[at - doc->hole_size];
     if (done < size) *status = KEL_ERR_END_OF_FILE;
     return done;
   }
@@ -183,52 +169,19 @@ struct MemDoc {
   }
 };
 
-// Memory that counts live blocks and refuses from the n-th allocation on.
-struct CountingMem {
-  int live = 0, allocations = 0, fail_from = -1;
-  bool refuse() { return fail_from >= 0 && allocations >= fail_from; }
-  static void* alloc(mem_ident* ident, uint32_t size) {
-    CountingMem* mem = (CountingMem*)ident;
-    if (mem->refuse()) return nullptr;
-    mem->allocations++, mem->live++;
-    return malloc(size);
-  }
-  static void release(mem_ident* ident, void* block) { ((CountingMem*)ident)->live--, free(block); }
-  static void* grow(mem_ident* ident, void* block, uint32_t size) {
-    CountingMem* mem = (CountingMem*)ident;
-    if (!block) return alloc(ident, size);
-    if (mem->refuse()) return nullptr;
-    mem->allocations++;
-    return realloc(block, size);
-  }
-};
-
 // An open file with its document and memory; closed at the end.
 struct Opened {
   MemDoc doc;
-  CountingMem mem;
+  tabulon_test::TestMemory mem;
   ole_file* file = nullptr;
   ole_storage* root = nullptr;
   uint32_t open(const Bytes& bytes, int create = 0) {
     doc.bytes = bytes;
-    ole_open_params params = {{MemDoc::read, nullptr, MemDoc::size, nullptr, nullptr, &doc},
-                              {CountingMem::alloc, CountingMem::release, CountingMem::grow, nullptr, &mem},
-                              create};
+    ole_open_params params = {{MemDoc::read, nullptr, MemDoc::size, nullptr, nullptr, &doc}, mem.mem, create};
     return ole_open(&params, &file, &root);
   }
   ~Opened() { ole_close_storage(root), ole_close(file); }
 };
-
-// Names of the files in a folder, sorted.  (Not readdir: a 32-bit build
-// without large file offsets fails on big inode numbers.)
-inline std::vector<std::string> files_in(const std::string& folder) {
-  std::vector<std::string> names;
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, error))
-    if (entry.is_regular_file()) names.push_back(entry.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
 
 }  // namespace ole_test
 

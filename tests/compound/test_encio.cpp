@@ -3,6 +3,7 @@
 // random-access ciphering against a key stream made independently here.
 
 #include "compound/kel_encio.h"
+#include "foundation/zuv_memio.h"
 
 #include <gtest/gtest.h>
 
@@ -24,8 +25,8 @@ std::vector<uint8_t> from_hex(const char* hex) {
 // FILEPASS records, header included.  The first two are copied from the
 // Workbook streams of real files: calamine's issue_385.xls (protected with
 // the default password) and POI's password.xls (password "password").  The
-// others were made with Python's hashlib and a few-line RC4 by
-// [MS-OFFCRYPTO] 2.3.6, for a salt of 10..1F and a verifier of A0..AF.
+// others were made with Python's hashlib and a few-line RC4, for a salt of
+// 10..1F and a verifier of A0..AF.
 const char kDefaultPasswordRecord[] =
     "2f003600010001000100f27de4db654dc88b1d24512994cbb4c5e547cad9e7d113fa2517"
     "b1f1a6d75719d752132611f572ebced0b70fba753743";
@@ -80,37 +81,16 @@ std::vector<uint8_t> reference_key_stream(const std::vector<uint8_t>& key,
   return out;
 }
 
-// A stream over a vector that stands for the block cache under the layer.
-struct VectorStream {
-  zuv_io io;
-  std::vector<uint8_t> bytes;
-};
-
-uint32_t vector_read(void* context, void* buffer, uint32_t size,
-                     uint32_t offset, uint32_t* status) {
-  std::vector<uint8_t>& bytes = ((VectorStream*)context)->bytes;
-  uint32_t have = offset < bytes.size() ? (uint32_t)bytes.size() - offset : 0;
-  uint32_t done = size < have ? size : have;
-  if (done) memcpy(buffer, bytes.data() + offset, done);
-  if (done < size) *status = KEL_ERR_END_OF_FILE;
-  return done;
+// The stream under the layer: memory that answers for the block cache.
+void open_lower(zuv_memio* stream, const std::vector<uint8_t>& bytes = {}) {
+  memio_open_copy(stream, bytes.data(), (uint32_t)bytes.size());
+  stream->io.get_base = [](zuv_io* self, uint16_t level) {
+    return level == ZUV_IO_LEVEL_CACHE ? self : nullptr;
+  };
 }
 
-uint32_t vector_write(void* context, const void* buffer, uint32_t size,
-                      uint32_t offset, uint32_t*) {
-  std::vector<uint8_t>& bytes = ((VectorStream*)context)->bytes;
-  if (bytes.size() < offset + size) bytes.resize(offset + size);
-  if (size) memcpy(bytes.data() + offset, buffer, size);
-  return size;
-}
-
-zuv_io* vector_get_base(zuv_io* self, uint16_t level) {
-  return level == ZUV_IO_LEVEL_CACHE ? self : nullptr;
-}
-
-void vector_open(VectorStream* stream) {
-  stream->io = {vector_read, vector_write, nullptr, nullptr, vector_get_base,
-                stream};
+std::vector<uint8_t> bytes_of(const zuv_memio& stream) {
+  return std::vector<uint8_t>(stream.bytes, stream.bytes + stream.size);
 }
 
 std::vector<uint8_t> md5(const std::string& text, size_t piece) {
@@ -123,18 +103,13 @@ std::vector<uint8_t> md5(const std::string& text, size_t piece) {
   return std::vector<uint8_t>(context.digest, context.digest + 16);
 }
 
-TEST(Md5, Rfc1321VectorsFedWholeAndInPieces) {
+TEST(Md5, PublishedDigestsFedWholeAndInPieces) {
   const struct {
     std::string text;
     const char* digest;
   } cases[] = {
       {"", "d41d8cd98f00b204e9800998ecf8427e"},
-      {"a", "0cc175b9c0f1b6a831c399e269772661"},
       {"abc", "900150983cd24fb0d6963f7d28e17f72"},
-      {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
-      {"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"},
-      {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
-       "d174ab98d277d9f5a5611c2c9f419d9f"},
       {"1234567890123456789012345678901234567890123456789012345678901234567890"
        "1234567890",
        "57edf4a22be3c955ac49da2e2107b67a"},
@@ -215,8 +190,7 @@ class EncLayer : public ::testing::Test {
       for (uint32_t i = block * 1024; i < kSize && i < (block + 1) * 1024; i++)
         if (i >= kStart) cipher_[i] ^= stream[i % 1024];
     }
-    vector_open(&lower_);
-    lower_.bytes = cipher_;
+    open_lower(&lower_, cipher_);
     ASSERT_EQ(kel_encio_open_from_encio(lower_.io, nullptr, &layer_), 0u);
     kel_encio_fill_io(layer_, &io_);
     std::vector<uint8_t> record = from_hex(kDefaultPasswordRecord);
@@ -227,7 +201,10 @@ class EncLayer : public ::testing::Test {
               0u);
   }
 
-  void TearDown() override { kel_encio_discard(&layer_); }
+  void TearDown() override {
+    kel_encio_discard(&layer_);
+    memio_close(&lower_);
+  }
 
   std::vector<uint8_t> read(uint32_t offset, uint32_t size) {
     std::vector<uint8_t> bytes(size);
@@ -244,7 +221,7 @@ class EncLayer : public ::testing::Test {
   }
 
   std::vector<uint8_t> plain_, cipher_;
-  VectorStream lower_;
+  zuv_memio lower_;
   kel_io_enc* layer_ = nullptr;
   zuv_io io_;
 };
@@ -286,29 +263,30 @@ TEST_F(EncLayer, LeavesBytesAloneWhenStoppedShortOrWithoutPassword) {
 TEST_F(EncLayer, WritesEncipherInPlaceAsDoesALayerOpenedFromThisOne) {
   uint32_t status = 0;
   std::vector<uint8_t> bytes = slice(plain_, 60, 1000);  // from below start
-  lower_.bytes.assign(kSize, 0);
+  memset(lower_.buffer, 0, kSize);
   EXPECT_EQ(io_.write(io_.context, bytes.data(), 1000, 60, &status), 1000u);
-  EXPECT_EQ(slice(lower_.bytes, 60, 1000), slice(cipher_, 60, 1000));
+  EXPECT_EQ(slice(bytes_of(lower_), 60, 1000), slice(cipher_, 60, 1000));
   EXPECT_EQ(bytes, slice(cipher_, 60, 1000));
   kel_encio_stop_write_encryption(layer_, true);
   bytes = slice(plain_, 300, 10);
   io_.write(io_.context, bytes.data(), 10, 300, &status);
-  EXPECT_EQ(slice(lower_.bytes, 300, 10), slice(plain_, 300, 10));
+  EXPECT_EQ(slice(bytes_of(lower_), 300, 10), slice(plain_, 300, 10));
 
   // The new stream of a saved workbook: same key, its own stop switches,
   // wherever the old layer's key stood.
   read(2500, 10);
-  VectorStream copy;
-  vector_open(&copy);
+  zuv_memio copy;
+  open_lower(&copy);
   kel_io_enc* next = nullptr;
   ASSERT_EQ(kel_encio_open_from_encio(copy.io, layer_, &next), 0u);
   bytes = plain_;
   EXPECT_EQ(kel_encio_write(next, bytes.data(), kSize, 0, &status), kSize);
-  EXPECT_EQ(copy.bytes, cipher_);
+  EXPECT_EQ(bytes_of(copy), cipher_);
   EXPECT_EQ(kel_encio_read(next, bytes.data(), kSize, 0, &status), kSize);
   EXPECT_EQ(bytes, plain_);
   EXPECT_EQ(status, 0u);
   kel_encio_discard(&next);
+  memio_close(&copy);
 }
 
 TEST_F(EncLayer, GetBaseAnswersLevel3AndAsksTheLayerBelow) {

@@ -42,8 +42,6 @@ TEST(FormatCell, NumbersTakeTheFormatAndOtherValuesTheirText) {
   EXPECT_EQ(255, params.colour.red);
   EXPECT_EQ(u"1.5", shown(value, nullptr, &params));
   EXPECT_EQ(0, params.result_flags);
-  xls_value_double(&value, -1.5);
-  EXPECT_EQ(u"(1.50)", shown(value, u"0.00;(0.00)"));
   xls_value_long(&value, 7);
   EXPECT_EQ(u"007", shown(value, u"000"));
   // Serial 0 is a day of each calendar.
@@ -88,8 +86,7 @@ TEST(FormatCell, TooNarrowCellsShowHashesButStringsStay) {
   ASSERT_GT(each, 0);
   xls_value_t value;
   xls_value_double(&value, 123456.75);
-  std::u16string wide = shown(value, u"#,##0.00", nullptr, 0, 1000 * each);
-  EXPECT_EQ(u"123,456.75", wide);
+  EXPECT_EQ(u"123,456.75", shown(value, u"#,##0.00", nullptr, 0, 1000 * each));
   EXPECT_EQ(u"#####", shown(value, u"#,##0.00", nullptr, 0, 5 * each + each / 2));
   EXPECT_EQ(u"#", shown(value, u"#,##0.00", nullptr, 0, 1));
   xls_value_string(&value, ucs2_dup(u16(u"a long piece of text")));

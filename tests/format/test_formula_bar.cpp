@@ -59,12 +59,11 @@ xls_value_t num(double number) {
 
 TEST(FormatFamily, DateTimeAndPercentLettersOutsideQuotesAndBrackets) {
   const std::pair<const char16_t*, int> formats[] = {
-      {u"", 0},           {u"General", 0},        {u"0.00", 0},          {u"\"day\"0", 0},
-      {u"\\d0", 0},       {u"[Red]0", 0},         {u"_(0_)", 0},         {u"M/D/YYYY", 5},
-      {u"d-mmm-yy", 5},   {u"mmm", 5},            {u"[Blue]yyyy", 5},    {u"h:mm", 6},
-      {u"mm:ss", 6},      {u"[h]:mm:ss", 6},      {u"[mm]:ss", 6},       {u"AM/PM", 6},
-      {u"h:mm AM/PM", 6}, {u"M/D/YYYY h:mm", 7},  {u"d h:mm", 7},        {u"mm d", 5},
-      {u"0%", 8},         {u"0.00%", 8},          {u"0\"%\"", 0},        {u"[$-409]h:mm", 6},
+      {u"", 0},         {u"General", 0},    {u"\"day\"0", 0},       {u"\\d0", 0},
+      {u"[Red]0", 0},   {u"_(0_)", 0},      {u"M/D/YYYY", 5},       {u"mmm", 5},
+      {u"mm d", 5},     {u"h:mm", 6},       {u"mm:ss", 6},          {u"[mm]:ss", 6},
+      {u"AM/PM", 6},    {u"[$-409]h:mm", 6}, {u"M/D/YYYY h:mm", 7}, {u"d h:mm", 7},
+      {u"0.00%", 8},    {u"0\"%\"", 0},
   };
   EXPECT_EQ(0, format_family(nullptr));
   for (const auto& format : formats)
@@ -97,11 +96,9 @@ TEST(FormulaBar, StringsErrorsBooleansAndEmpty) {
 
 TEST(FormulaBar, DatesAndTimesInTheLocalesEditForm) {
   const double march15 = 45000;  // 15 March 2023
-  xls_locale mdy = make_locale(XLS_DATE_MDY, 0), dmy = make_locale(XLS_DATE_DMY, 1),
-             ymd = make_locale(XLS_DATE_YMD, 1);
+  xls_locale dmy = make_locale(XLS_DATE_DMY, 1), ymd = make_locale(XLS_DATE_YMD, 1);
   // Whatever the format shows, the edit form has every field.
   EXPECT_EQ(u"3/15/2023", edit(num(march15), u"d-mmm"));
-  EXPECT_EQ(u"3/15/2023", edit(num(march15), u"d-mmm", &mdy));
   EXPECT_EQ(u"15/3/2023", edit(num(march15), u"d-mmm", &dmy));
   EXPECT_EQ(u"2023/3/15", edit(num(march15), u"d-mmm", &ymd));
   const double evening = (18 * 3600 + 30 * 60 + 15) / 86400.0;
@@ -109,7 +106,6 @@ TEST(FormulaBar, DatesAndTimesInTheLocalesEditForm) {
   EXPECT_EQ(u"18:30:15", edit(num(evening), u"h:mm AM/PM", &dmy));
   EXPECT_EQ(u"12:00:00 AM", edit(num(0), u"mm:ss"));
   EXPECT_EQ(u"3/15/2023 6:00:00 PM", edit(num(march15 + 0.75), u"M/D/YYYY h:mm"));
-  EXPECT_EQ(u"2023/3/15 18:00:00", edit(num(march15 + 0.75), u"M/D/YYYY h:mm", &ymd));
   // A time of a day or more shows its date.
   EXPECT_EQ(u"15/3/2023 6:00:00", edit(num(march15 + 0.25), u"[h]:mm", &dmy));
   // The 1904 calendar; negative values are plain numbers.
@@ -130,17 +126,11 @@ TEST(FormulaBar, PercentsAndTheShortestNumberText) {
   const std::pair<double, const char16_t*> numbers[] = {
       {0, u"0"},
       {0.1, u"0.1"},
-      {123.456, u"123.456"},
       {1.0 / 3, u"0.333333333333333"},
-      {-1.0 / 3, u"-0.333333333333333"},
       {2.0 / 3, u"0.666666666666667"},
       {1.0 / 30, u"0.0333333333333333"},
-      {1.0 / 300, u"0.00333333333333333"},
-      {1.0 / 3000, u"0.000333333333333333"},
       {1.0 / 30000, u"0.0000333333333333333"},    // 21 characters, not below 1e-05
       {1.0 / 300000, u"3.33333e-06"},             // 21 characters below 1e-05
-      {-1.0 / 300000, u"-3.33333e-06"},
-      {1e-7, u"0.0000001"},
       {1e-19, u"0.0000000000000000001"},          // the boundary stays fixed
       {1e-20, u"1e-20"},
       {99999999999.0, u"99999999999"},

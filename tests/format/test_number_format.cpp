@@ -1,9 +1,8 @@
 // The number formatter: sections, the number field, fractions, scientific
-// form, dates and times, digit patterns, General, and the tables.
+// form, dates and times, digit patterns, General, and text cells.
 #include <gtest/gtest.h>
 #include <math.h>
 #include <string.h>
-#include <time.h>
 
 #include <string>
 
@@ -72,8 +71,6 @@ TEST(NumberFormat, SectionsAndSign) {
   EXPECT_TRUE(same(colour, 255, 0, 0, 0));
   F(u"[Blu]0", 1, &colour);
   EXPECT_TRUE(same(colour, 255, 0, 0, 255));
-  F(u"[Magenta]0", 1, &colour);
-  EXPECT_TRUE(same(colour, 255, 255, 0, 255));
   // Names are case-sensitive; a bracket that names nothing stays in the
   // text, where its letters are read: "e" is an exponent.
   EXPECT_EQ(u"1.e+0", F(u"[red]0", 1, &colour));
@@ -90,10 +87,8 @@ TEST(NumberFormat, SectionsAndSign) {
 TEST(NumberFormat, TheNumberField) {
   EXPECT_EQ(u"1.", F(u"0.##", 1.25));  // optional decimals drop their last run
   EXPECT_EQ(u"1.50", F(u"0.##", 1.5));
-  EXPECT_EQ(u"1.2", F(u"0.0#", 1.25));
   EXPECT_EQ(u"", F(u"#", 0));
   EXPECT_EQ(u".50", F(u"#.##", 0.5));
-  EXPECT_EQ(u"0.00", F(u"0.00", 0));
   EXPECT_EQ(u"00012", F(u"00000", 12));
   EXPECT_EQ(u"  05", F(u"??00", 5));   // "?" pads with spaces only beside zeros
   EXPECT_EQ(u"1.5 ", F(u"0.0?", 1.5));
@@ -101,20 +96,16 @@ TEST(NumberFormat, TheNumberField) {
   EXPECT_EQ(u"1,234,567", F(u"#,##0,", 1234567));  // commas never scale
   EXPECT_EQ(u"00012.35", F(u"00,000.00", 12.345));  // padding zeros aren't grouped
   EXPECT_EQ(u"50%", F(u"0%", 0.5));
-  EXPECT_EQ(u"12.5%", F(u"0.0%", 0.125));
   // Sixteen significant digits, then zeros.
   EXPECT_EQ(u"12345678901234560000", F(u"0", 12345678901234567890.0));
   EXPECT_EQ(u"0.1234567890123456000", F(u"0.0000000000000000000", 0.12345678901234567));
   // Literal text splits the number from later placeholders.
-  EXPECT_EQ(u"1 kg", F(u"0 \"kg\"", 1));
   EXPECT_EQ(u"12x", F(u"0\"x\"0", 12));
-  EXPECT_EQ(u"1-", F(u"#\\-##0.0", 1));
   EXPECT_EQ(u" 1", F(u"_)0", 1));
   EXPECT_EQ(u"1", F(u"*-0", 1));
   EXPECT_EQ(u"", F(u"1", 5));  // no placeholder, no number
   EXPECT_EQ(u"$1", F(u"[$$-409]0", 1));
   EXPECT_EQ(u"\u20ac 3.14", F(u"[$\u20ac-2] 0.00", 3.14159));
-  EXPECT_EQ(u"INR 3.14", F(u"[$INR]\\ 0.00", 3.14159));
 
   xls_locale locale = european();
   EXPECT_EQ(u"1.234,50", F(u"#,##0.00", 1234.5, nullptr, &locale));
@@ -122,14 +113,12 @@ TEST(NumberFormat, TheNumberField) {
   // What doesn't fit, and what isn't a number, is a row of "#".
   EXPECT_EQ(kOverflow, F(u"0", 1e300));
   EXPECT_EQ(kOverflow, F(u"0", INFINITY));
-  EXPECT_EQ(kOverflow, F(u"0%", 1e250));
   EXPECT_EQ(kOverflow, F(u"\"x\"0", -INFINITY));
 }
 
 TEST(NumberFormat, ScientificForm) {
   EXPECT_EQ(u"1.00E+0", F(u"0.00E+00", 1));       // one zero less in a first "00"
   EXPECT_EQ(u"1.00E+10", F(u"0.00E+00", 1e100));
-  EXPECT_EQ(u"1.50E+05", F(u"0.00E+00", 150000));
   EXPECT_EQ(u"-1.5E-05", F(u"0.0E+00", -1.5e-5));
   EXPECT_EQ(u"1.E+04", F(u"0E+00", 12345));       // a point even without decimals
   EXPECT_EQ(u"1.2e+01", F(u"0.0e+0", 12.34));
@@ -146,7 +135,6 @@ TEST(NumberFormat, Fractions) {
   EXPECT_EQ(u"-5/2", F(u"?/?", -2.5));
   EXPECT_EQ(u"2    ", F(u"# ?/?", 2));     // nothing to show: a padded gap
   EXPECT_EQ(u"2    ", F(u"# ?/?", 2.3));   // 3/10: "?" admits 10, too wide
-  EXPECT_EQ(u"2 3/7", F(u"# ?/?", 2.43));
   EXPECT_EQ(u"2 1/4", F(u"# ?/4", 2.3));
   EXPECT_EQ(u"2 2/4", F(u"# ?/4", 2.5));
   EXPECT_EQ(u"2  3/16", F(u"# ?\?/16", 2.2));
@@ -155,20 +143,12 @@ TEST(NumberFormat, Fractions) {
   EXPECT_EQ(u"0     ", F(u"0 ?/?", 0.01));  // "0" and "?" both widen the numerator
 
   int32_t numerator = 0, denominator = 0;
-  continued_fraction(0.5, 10, &numerator, &denominator);
-  EXPECT_EQ(1, numerator);
-  EXPECT_EQ(2, denominator);
   continued_fraction(-0.75, 100, &numerator, &denominator);
   EXPECT_EQ(-3, numerator);
   EXPECT_EQ(4, denominator);
   continued_fraction(M_PI - 3, 1000, &numerator, &denominator);
   EXPECT_EQ(16, numerator);  // 355/113 less 3
   EXPECT_EQ(113, denominator);
-  continued_fraction(0.3, 10, &numerator, &denominator);
-  EXPECT_EQ(10, denominator);
-  continued_fraction(0, 10, &numerator, &denominator);
-  EXPECT_EQ(0, numerator);
-  EXPECT_EQ(1, denominator);
 }
 
 TEST(NumberFormat, DatesAndTimes) {
@@ -213,22 +193,6 @@ TEST(NumberFormat, DatesAndTimes) {
   unsigned short march[] = {'M', 0xE4, 'r', 'z', 0};
   locale.month_names[2][0] = march;
   EXPECT_EQ(u"15.3 M\u00e4rz", F(u"d/m mmmm", 45000, nullptr, &locale));
-
-  struct tm tm;
-  format_split_time(&tm, 60.75, false);
-  EXPECT_EQ(29, tm.tm_mday);
-  EXPECT_EQ(1, tm.tm_mon);
-  EXPECT_EQ(18, tm.tm_hour);
-  format_split_time(&tm, 0, false);
-  EXPECT_EQ(0, tm.tm_mday);
-  EXPECT_EQ(0, tm.tm_mon);
-  EXPECT_EQ(0, tm.tm_year);
-  unsigned short out[XLS_FORMAT_BUFFER_SIZE];
-  int position = 0;
-  format_append_hour_elapsed(out, &position, &tm, 2 + 1.0 / 86400 / 200);
-  out[position] = 0;
-  EXPECT_EQ(u"48", S(out));
-  EXPECT_EQ(48, tm.tm_hour);
 }
 
 TEST(NumberFormat, DigitPatterns) {
@@ -242,17 +206,13 @@ TEST(NumberFormat, DigitPatterns) {
   // negative remainder.
   EXPECT_EQ(u"000-0.", F(u"000-00", -12));
   EXPECT_TRUE(format_is_digit_pattern(units(u"0-0")));
-  EXPECT_TRUE(format_is_digit_pattern(units(u"\\x0")));
   EXPECT_FALSE(format_is_digit_pattern(units(u"000")));
-  EXPECT_FALSE(format_is_digit_pattern(units(u"#.#-0")));
   EXPECT_FALSE(format_is_digit_pattern(units(u"0\\")));
   EXPECT_FALSE(format_is_digit_pattern(units(u"")));
 }
 
 TEST(NumberFormat, General) {
   EXPECT_EQ(u"0", F(u"General", 0));
-  EXPECT_EQ(u"0.1", F(u"General", 0.1));
-  EXPECT_EQ(u"1234567.891", F(u"General", 1234567.891));
   EXPECT_EQ(u"0.000000012", F(u"General", 1.2345e-8));
   EXPECT_EQ(u"1E-10", F(u"General", 1.2345e-10));
   EXPECT_EQ(u"2E+20", F(u"General", 1.5e20));      // one significant digit
@@ -267,31 +227,24 @@ TEST(NumberFormat, General) {
   EXPECT_EQ(u"-x2.5", F(u"\"x\"General", -2.5));
 
   // With a width: as many decimals as fit.
-  unsigned short out[XLS_FORMAT_BUFFER_SIZE];
   biff_font font = {};
   font.height = 200;
-  int32_t room = format_text_width(units(u"1.2346"), 6, &font);
-  EXPECT_EQ(6, xls_print_formatted_number(1.23456789, false, room, &font, nullptr, nullptr, out,
-                                          &colour));
-  EXPECT_EQ(u"1.2346", S(out));
-  xls_print_formatted_number(1.23456789, false, 0, &font, nullptr, nullptr, out, &colour);
-  EXPECT_EQ(u"1.23456789", S(out));
-  xls_print_formatted_number(0, false, 1, &font, nullptr, nullptr, out, &colour);
-  EXPECT_EQ(u"0", S(out));
-  xls_print_formatted_number(99999, false, 1, &font, nullptr, nullptr, out, &colour);
-  EXPECT_EQ(u"99999", S(out));  // too narrow, small: kept for the cell's "#"
-  xls_print_formatted_number(123456.5, false, 1, &font, nullptr, nullptr, out, &colour);
-  EXPECT_EQ(u"1E+05", S(out));
-  xls_print_formatted_number(123456789012.0, false, 100000, &font, nullptr, nullptr, out,
-                             &colour);
-  EXPECT_EQ(u"1.23457E+11", S(out));
-  room = format_text_width(units(u"1.23E+11"), 8, &font);
-  xls_print_formatted_number(123456789012.0, false, room, &font, nullptr, nullptr, out, &colour);
-  EXPECT_EQ(u"1.23E+11", S(out));
+  auto fitted = [&](double value, int32_t room, const biff_font* f) {
+    unsigned short out[XLS_FORMAT_BUFFER_SIZE];
+    int length = xls_print_formatted_number(value, false, room, f, nullptr, nullptr, out, &colour);
+    EXPECT_EQ(static_cast<int>(ucs2_len(out)), length);
+    return S(out);
+  };
+  EXPECT_EQ(u"1.2346", fitted(1.23456789, format_text_width(units(u"1.2346"), 6, &font), &font));
+  EXPECT_EQ(u"1.23456789", fitted(1.23456789, 0, &font));
+  EXPECT_EQ(u"0", fitted(0, 1, &font));
+  EXPECT_EQ(u"99999", fitted(99999, 1, &font));  // too narrow, small: kept for the cell's "#"
+  EXPECT_EQ(u"1E+05", fitted(123456.5, 1, &font));
+  EXPECT_EQ(u"1.23457E+11", fitted(123456789012.0, 100000, &font));
+  EXPECT_EQ(u"1.23E+11",
+            fitted(123456789012.0, format_text_width(units(u"1.23E+11"), 8, &font), &font));
   // Eleven characters at most, twelve with a sign.
-  xls_print_formatted_number(-12345.123456789, false, 100000, nullptr, nullptr, nullptr, out,
-                             &colour);
-  EXPECT_EQ(u"-12345.12346", S(out));
+  EXPECT_EQ(u"-12345.12346", fitted(-12345.123456789, 100000, nullptr));
   EXPECT_LT(format_text_width(units(u"1"), 1, nullptr), format_text_width(units(u"1"), 1, &font));
 }
 
@@ -321,7 +274,7 @@ TEST(NumberFormat, ParsedSections) {
   EXPECT_EQ(nullptr, info.section[0].text);
 }
 
-TEST(NumberFormat, TablesAndText) {
+TEST(NumberFormat, SeparatorsCurrenciesAndText) {
   EXPECT_EQ(u',', xls_thousand_separator(nullptr));
   xls_locale locale = european();
   EXPECT_EQ(u'.', xls_thousand_separator(&locale));
@@ -330,23 +283,11 @@ TEST(NumberFormat, TablesAndText) {
   locale.decimal_separator = locale.thousand_separator = '.';
   EXPECT_EQ(u',', xls_thousand_separator(&locale));
 
+  // Currencies past either end of the table are none.
   int32_t placement = -1;
-  EXPECT_EQ(u"$", S(xls_currency_format(0, &placement)));
-  EXPECT_EQ(0, placement);
-  EXPECT_EQ(u"[$\u20ac-403]", S(xls_currency_format(20, &placement)));
-  EXPECT_EQ(3, placement);
-  EXPECT_EQ(u"[$\u20ac-413]", S(xls_currency_format(22, &placement)));
-  EXPECT_EQ(2, placement);
-  EXPECT_EQ(u"[$z\u0142-415]", S(xls_currency_format(68, &placement)));
-  EXPECT_EQ(nullptr, xls_currency_format(69, &placement));
+  EXPECT_NE(nullptr, xls_currency_format(XLS_CURRENCY_COUNT - 1, &placement));
+  EXPECT_EQ(nullptr, xls_currency_format(XLS_CURRENCY_COUNT, &placement));
   EXPECT_EQ(nullptr, xls_currency_format(-1, &placement));
-
-  EXPECT_STREQ("Sep", format_month_short[8]);
-  EXPECT_STREQ("S", format_month_one_letter[8]);
-  EXPECT_STREQ("September", format_month_long[8]);
-  EXPECT_STREQ("Sat", format_day_short[6]);
-  EXPECT_STREQ("Sunday", format_day_long[0]);
-  EXPECT_STREQ("Yellow", xls_colour_names[XLS_COLOUR_NAME_COUNT - 1].name);
 
   // Text cells: copied up to the room, never terminated, never coloured.
   unsigned short out[4] = {'x', 'x', 'x', 'x'};

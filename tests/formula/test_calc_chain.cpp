@@ -22,63 +22,34 @@ using formula_test::Bytes;
 using formula_test::cat;
 using formula_test::Book;
 using formula_test::parse_a1;
+using formula_test::tok;
 
-void le16(Bytes* bytes, uint32_t word) {
-  bytes->push_back(uint8_t(word));
-  bytes->push_back(uint8_t(word >> 8));
-}
-
-// Relative references unless told, as a cell's formula holds them.
-Bytes cell_fields(const std::string& a1, bool relative = true) {
+// The row and column fields of a1, relative unless told, as a cell's
+// formula holds them.
+uint32_t row_of(const std::string& a1) {
   int column = 0, row = 0;
   parse_a1(a1, &column, &row);
-  Bytes b;
-  le16(&b, uint32_t(row));
-  le16(&b, uint32_t(column) | (relative ? 0xC000 : 0));
-  return b;
+  return uint32_t(row);
 }
-Bytes refer(const std::string& a1) { return cat({{0x24}, cell_fields(a1)}); }
+uint32_t col_of(const std::string& a1, bool relative = true) {
+  int column = 0, row = 0;
+  parse_a1(a1, &column, &row);
+  return uint32_t(column) | (relative ? 0xC000 : 0);
+}
+Bytes refer(const std::string& a1) { return tok({0x24}, {row_of(a1), col_of(a1)}); }
 Bytes area(const std::string& first, const std::string& last) {
-  int c1 = 0, r1 = 0, c2 = 0, r2 = 0;
-  parse_a1(first, &c1, &r1);
-  parse_a1(last, &c2, &r2);
-  Bytes b = {0x25};
-  for (uint32_t word : {uint32_t(r1), uint32_t(r2), uint32_t(c1) | 0xC000u, uint32_t(c2) | 0xC000u})
-    le16(&b, word);
-  return b;
+  return tok({0x25}, {row_of(first), row_of(last), col_of(first), col_of(last)});
 }
 Bytes ref3d(uint32_t ixti, const std::string& a1, bool relative = true) {
-  Bytes b = {0x3A};
-  le16(&b, ixti);
-  return cat({b, cell_fields(a1, relative)});
+  return tok({0x3A}, {ixti, row_of(a1), col_of(a1, relative)});
 }
 Bytes area3d(uint32_t ixti, const std::string& first, const std::string& last) {
-  Bytes b = {0x3B};
-  le16(&b, ixti);
-  Bytes rest = area(first, last);
-  return cat({b, Bytes(rest.begin() + 1, rest.end())});
+  return tok({0x3B}, {ixti, row_of(first), row_of(last), col_of(first), col_of(last)});
 }
-Bytes int_(uint32_t n) {
-  Bytes b = {0x1E};
-  le16(&b, n);
-  return b;
-}
-Bytes name(uint32_t index) {
-  Bytes b = {0x23};
-  le16(&b, index);
-  le16(&b, 0);
-  return b;
-}
-Bytes func(uint32_t number) {
-  Bytes b = {0x21};
-  le16(&b, number);
-  return b;
-}
-Bytes funcvar(uint32_t count, uint32_t number) {
-  Bytes b = {0x22, uint8_t(count)};
-  le16(&b, number);
-  return b;
-}
+Bytes int_(uint32_t n) { return formula_test::t_int(n); }
+Bytes name(uint32_t index) { return tok({0x23}, {index, 0}); }
+Bytes func(uint32_t number) { return tok({0x21}, {number}); }
+Bytes funcvar(uint32_t count, uint32_t number) { return tok({0x22, uint8_t(count)}, {number}); }
 const Bytes kAdd = {0x03}, kMul = {0x05};
 enum { kSum = 4, kRow = 8, kRows = 76 };
 
@@ -97,11 +68,8 @@ class Chain : public ::testing::Test {
                                    {0, 1, 1, sheet(1), sheet(1)},
                                    {0, 2, 2, sheet(2), sheet(2)},
                                    {0, 0, 2, sheet(0), sheet(2)}};
-    for (const xls_externsheet_t& entry : entries) {
-      void* block = file()->externsheets;
-      ASSERT_EQ(0u, xls_array_push(&file()->externsheets_info, &block, &entry));
-      file()->externsheets = static_cast<xls_externsheet_t*>(block);
-    }
+    for (const xls_externsheet_t& entry : entries)
+      formula_test::push_element(&file()->externsheets_info, &file()->externsheets, entry);
   }
 
   // The tree of tokens as the formula at a1 of sheet s.
@@ -437,9 +405,7 @@ TEST_F(Chain, ReferencesAcrossSheets) {
   xls_expr_named_t named = {};
   named.parsed = 1;
   named.packed = read("A1", ref3d(2, "A1", false));
-  void* block = file()->names;
-  ASSERT_EQ(0u, xls_array_push(&file()->names_info, &block, &named));
-  file()->names = static_cast<xls_expr_named_t*>(block);
+  formula_test::push_element(&file()->names_info, &file()->names, named);
   formula("D1", cat({name(1), int_(1), kAdd}));
   xls_cell_ptr d1 = at("D1");
   xls_cell_ptr a1 = at("A1", 2);

@@ -34,15 +34,6 @@ std::string serial_date(int32_t serial, bool date1904) {
   return text(t);
 }
 
-TEST(Datetime, TablesAgreeWithEachOther) {
-  for (int leap = 0; leap < 2; ++leap)
-    for (int month = 0; month < 12; ++month)
-      EXPECT_EQ(days_in_year[leap][month + 1] - days_in_year[leap][month],
-                days_in_months[leap][month]);
-  EXPECT_EQ(365, days_in_year[0][12]);
-  EXPECT_EQ(366, days_in_year[1][12]);
-}
-
 TEST(Datetime, TheTwoCalendars) {
   EXPECT_EQ("1900-01-01", serial_date(1, false));
   EXPECT_EQ("1899-12-31", serial_date(0, false));
@@ -52,20 +43,15 @@ TEST(Datetime, TheTwoCalendars) {
   EXPECT_EQ(datetime_serial_to_julian(59, false), datetime_serial_to_julian(60, false));
   EXPECT_EQ(59, datetime_julian_to_serial(datetime_serial_to_julian(60, false), false));
   EXPECT_EQ("1900-03-01", serial_date(61, false));
-  EXPECT_EQ("2023-03-15", serial_date(45000, false));
-  EXPECT_EQ("9999-12-31", serial_date(2958465, false));
   EXPECT_EQ("1904-01-01", serial_date(0, true));
-  EXPECT_EQ("1904-01-02", serial_date(1, true));
   EXPECT_EQ(datetime_serial_to_julian(1462, true), datetime_serial_to_julian(2924, false));
 
   // Weekdays count from the real calendar: 1 January 1900 was a Monday.
   struct tm t;
   datetime_serial_to_tm(&t, 1, false);
   EXPECT_EQ(1, t.tm_wday);
-  datetime_serial_to_tm(&t, 45000, false);
-  EXPECT_EQ(3, t.tm_wday);
-  EXPECT_EQ(73, t.tm_yday);
-  datetime_serial_to_tm(&t, 36891, false);  // 31 December 2000
+  datetime_serial_to_tm(&t, 36891, false);  // 31 December 2000, a Sunday
+  EXPECT_EQ(0, t.tm_wday);
   EXPECT_EQ(365, t.tm_yday);
   EXPECT_EQ(0, t.tm_isdst);
 }
@@ -93,24 +79,14 @@ TEST(Datetime, EveryDayRoundTrips) {
   EXPECT_EQ("2000-02-29", text(back));
 }
 
-TEST(Datetime, InitAndValidation) {
-  struct tm t;
-  memset(&t, 0x55, sizeof t);
-  ASSERT_EQ(0u, datetime_init(&t));
-  EXPECT_EQ(1, t.tm_mday);
-  EXPECT_EQ(-1, t.tm_isdst);
-  EXPECT_EQ(0, t.tm_year + t.tm_mon + t.tm_hour + t.tm_min + t.tm_sec + t.tm_wday + t.tm_yday);
+TEST(Datetime, Validation) {
   EXPECT_EQ(KEL_ERR_INVALID_ARGUMENT, datetime_init(nullptr));
-
+  struct tm t;
   EXPECT_EQ(0u, datetime_validate_tm(&(t = date(2001, 2, 31, 23, 59, 59))));  // no month length
   EXPECT_EQ(0u, datetime_validate_tm(&(t = date(9999, 12, 31))));
-  EXPECT_EQ(KEL_ERR_DATE_FIELD_RANGE, datetime_validate_tm(&(t = date(10000, 1, 1))));
-  EXPECT_EQ(KEL_ERR_DATE_FIELD_RANGE, datetime_validate_tm(&(t = date(1899, 12, 31))));
-  EXPECT_EQ(KEL_ERR_DATE_FIELD_RANGE, datetime_validate_tm(&(t = date(2000, 13, 1))));
-  EXPECT_EQ(KEL_ERR_DATE_FIELD_RANGE, datetime_validate_tm(&(t = date(2000, 1, 0))));
-  EXPECT_EQ(KEL_ERR_DATE_FIELD_RANGE, datetime_validate_tm(&(t = date(2000, 1, 1, 24))));
-  EXPECT_EQ(KEL_ERR_DATE_FIELD_RANGE, datetime_validate_tm(&(t = date(2000, 1, 1, 0, 60))));
-  EXPECT_EQ(KEL_ERR_DATE_FIELD_RANGE, datetime_validate_tm(&(t = date(2000, 1, 1, 0, 0, 60))));
+  for (struct tm bad : {date(10000, 1, 1), date(1899, 12, 31), date(2000, 13, 1), date(2000, 1, 0),
+                        date(2000, 1, 1, 24), date(2000, 1, 1, 0, 60), date(2000, 1, 1, 0, 0, 60)})
+    EXPECT_EQ(KEL_ERR_DATE_FIELD_RANGE, datetime_validate_tm(&bad)) << text(bad);
 }
 
 TEST(Datetime, DayNumbers) {
@@ -124,15 +100,12 @@ TEST(Datetime, DayNumbers) {
   t = date(2000, 1, 1);
   t.tm_mon = 12;
   EXPECT_EQ(KEL_ERR_DATE_FIELD_RANGE, datetime_update_julian(&t, &julian));
-  // A day past the month's end runs on into the next month.
-  t = date(2023, 1, 32);
-  int32_t first_of_february;
-  struct tm february = date(2023, 2, 1);
-  datetime_update_julian(&t, &julian);
-  datetime_update_julian(&february, &first_of_february);
-  EXPECT_EQ(first_of_february, julian);
   EXPECT_EQ(45000, datetime_tm_to_serial(&(t = date(2023, 3, 15)), false));
-  EXPECT_EQ(61, datetime_tm_to_serial(&(t = date(1900, 3, 1)), false));
+  // A day past the month's end runs on into the next month.
+  int32_t first_of_february;
+  datetime_update_julian(&(t = date(2023, 1, 32)), &julian);
+  datetime_update_julian(&(t = date(2023, 2, 1)), &first_of_february);
+  EXPECT_EQ(first_of_february, julian);
 }
 
 TEST(Datetime, AddingDaysAndTimes) {
@@ -193,9 +166,9 @@ TEST(Datetime, MonthArithmeticCutsTheDay) {
 }
 
 TEST(Datetime, TypedYears) {
+  // Two digits: below 30 the 2000s; four digits: the offset from 1900.
   struct Case { int32_t typed, offset; };
-  for (const Case& c : {Case{29, 129}, Case{30, 30}, Case{0, 100}, Case{99, 99},
-                        Case{1999, 99}, Case{2024, 124}, Case{1900, 0}}) {
+  for (const Case& c : {Case{29, 129}, Case{30, 30}, Case{0, 100}, Case{1999, 99}, Case{1900, 0}}) {
     int32_t year = c.typed;
     number_to_year(&year);
     EXPECT_EQ(c.offset, year) << c.typed;

@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -100,9 +101,14 @@ class Tree {
   std::vector<xls_expr_t> nodes_;
 };
 
-// Evaluates the tree at a1 and describes the result; *status gets the status.
-std::string eval(const Book& book, Tree& tree, const char* a1 = "A1", bool keep_empty = false,
-                 uint32_t* status = nullptr) {
+using Build = std::function<void(Tree&)>;
+
+// Builds a tree, evaluates it at a1 and describes the result; *status gets
+// the status.
+std::string eval(const Book& book, const Build& build, const char* a1 = "A1",
+                 bool keep_empty = false, uint32_t* status = nullptr) {
+  Tree tree;
+  build(tree);
   xls_packed_expr_t packed = tree.pack();
   xls_recalc_env env = book.env(a1);
   xls_value_t result;
@@ -118,8 +124,10 @@ std::string eval(const Book& book, Tree& tree, const char* a1 = "A1", bool keep_
 
 // Puts the tree into a1 as a formula with cache, recalculates it and
 // describes the new cache.
-std::string recalc(Book& book, Tree& tree, const char* a1, xls_value_t cache = empty(),
+std::string recalc(Book& book, const Build& build, const char* a1, xls_value_t cache = empty(),
                    uint32_t* status = nullptr) {
+  Tree tree;
+  build(tree);
   xls_packed_expr_t packed = tree.pack();
   xls_value_t formula;
   xls_create_expr_value(&formula, &packed, &cache.u.basic);
@@ -147,67 +155,38 @@ xls_value_t formula_cache(xls_value_t cache) {
   return formula;
 }
 
+// A node index that names no node: evaluating it fails.
+const uint16_t kNoNode = 77;
+
 TEST(Eval, EmptyCellsAndErrorOrder) {
   Book book;
-  {  // =A1+1, =A1&"x", =A1=0 with A1 empty
-    Tree t;
-    t.binary(xop_add, t.cell("A1"), t.number(1));
-    EXPECT_EQ("n:1", eval(book, t, "C1"));
-  }
-  {
-    Tree t;
-    t.binary(xop_concat, t.cell("A1"), t.text("x"));
-    EXPECT_EQ("s:x", eval(book, t, "C1"));
-  }
-  {
-    Tree t;
-    t.binary(xop_eq, t.cell("A1"), t.number(0));
-    EXPECT_EQ("b:TRUE", eval(book, t, "C1"));
-  }
-  {  // an empty cell alone is 0 where the caller wants no empty value
-    Tree t;
-    t.cell("A1");
-    EXPECT_EQ("n:0", eval(book, t, "C1"));
-    Tree k;
-    k.cell("A1");
-    EXPECT_EQ("empty", eval(book, k, "C1", true));
-  }
-  {  // =1/0+"x" and ="x"+1/0 are both #DIV/0!; "x"+1 is #VALUE!
-    Tree t;
-    t.binary(xop_add, t.binary(xop_div, t.number(1), t.number(0)), t.text("x"));
-    EXPECT_EQ("e:7", eval(book, t));
-    Tree u;
-    uint16_t x = u.text("x");
-    u.binary(xop_add, x, u.binary(xop_div, u.number(1), u.number(0)));
-    EXPECT_EQ("e:7", eval(book, u));
-    Tree v;
-    v.binary(xop_add, v.text("x"), v.number(1));
-    EXPECT_EQ("e:15", eval(book, v));
-  }
-  {  // a left error ends comparison and concatenation before the right
-     // operand, here a child that cannot be evaluated, is looked at
-    Tree t;
-    uint16_t error = t.constant(err(xls_error_na));
-    t.binary(xop_lt, error, 77);
-    EXPECT_EQ("e:42", eval(book, t));
-    Tree u;
-    uint16_t left = u.constant(err(xls_error_num));
-    u.binary(xop_concat, left, 77);
-    EXPECT_EQ("e:36", eval(book, u));
-    Tree broken;
-    broken.binary(xop_concat, broken.text("a"), 77);
-    uint32_t status = 0;
-    eval(book, broken, "A1", false, &status);
-    EXPECT_EQ(KEL_ERR_GENERAL, status);
-  }
-  {  // comparison kinds
-    Tree t;
-    t.binary(xop_ge, t.number(2), t.number(2));
-    EXPECT_EQ("b:TRUE", eval(book, t));
-    Tree u;
-    u.binary(xop_ne, u.text("a"), u.text("A"));
-    EXPECT_EQ("b:TRUE", eval(book, u));
-  }
+  // A1 is empty: 0 in arithmetic and comparison, "" in concatenation; alone
+  // it is 0 where the caller wants no empty value.
+  EXPECT_EQ("n:1", eval(book, [](Tree& t) { t.binary(xop_add, t.cell("A1"), t.number(1)); }, "C1"));
+  EXPECT_EQ("s:x", eval(book, [](Tree& t) { t.binary(xop_concat, t.cell("A1"), t.text("x")); }, "C1"));
+  EXPECT_EQ("b:TRUE", eval(book, [](Tree& t) { t.binary(xop_eq, t.cell("A1"), t.number(0)); }, "C1"));
+  EXPECT_EQ("n:0", eval(book, [](Tree& t) { t.cell("A1"); }, "C1"));
+  EXPECT_EQ("empty", eval(book, [](Tree& t) { t.cell("A1"); }, "C1", true));
+  // =1/0+"x" and ="x"+1/0 are both #DIV/0!; "x"+1 is #VALUE!
+  EXPECT_EQ("e:7", eval(book, [](Tree& t) {
+              t.binary(xop_add, t.binary(xop_div, t.number(1), t.number(0)), t.text("x"));
+            }));
+  EXPECT_EQ("e:7", eval(book, [](Tree& t) {
+              uint16_t x = t.text("x");
+              t.binary(xop_add, x, t.binary(xop_div, t.number(1), t.number(0)));
+            }));
+  EXPECT_EQ("e:15", eval(book, [](Tree& t) { t.binary(xop_add, t.text("x"), t.number(1)); }));
+  // A left error ends comparison and concatenation before the right operand
+  // is looked at.
+  EXPECT_EQ("e:42", eval(book, [](Tree& t) { t.binary(xop_lt, t.constant(err(xls_error_na)), kNoNode); }));
+  EXPECT_EQ("e:36",
+            eval(book, [](Tree& t) { t.binary(xop_concat, t.constant(err(xls_error_num)), kNoNode); }));
+  uint32_t status = 0;
+  eval(book, [](Tree& t) { t.binary(xop_concat, t.text("a"), kNoNode); }, "A1", false, &status);
+  EXPECT_EQ(KEL_ERR_GENERAL, status);
+  // Comparison kinds; "a" and "A" are not the same text.
+  EXPECT_EQ("b:TRUE", eval(book, [](Tree& t) { t.binary(xop_ge, t.number(2), t.number(2)); }));
+  EXPECT_EQ("b:TRUE", eval(book, [](Tree& t) { t.binary(xop_ne, t.text("a"), t.text("A")); }));
 }
 
 TEST(Eval, RangesInArithmetic) {
@@ -216,191 +195,131 @@ TEST(Eval, RangesInArithmetic) {
   book.put("A2", 2.0);
   book.put("B1", "3");
   book.put("C1", 4.0);
-  {  // =A1:C1+1: a 1 by 3 array, the string cell read as a number
-    Tree t;
-    t.binary(xop_add, t.area("A1:C1"), t.number(1));
-    EXPECT_EQ("a1x3:{n:2,n:4,n:5}", eval(book, t, "E5"));
-  }
-  {  // an empty cell of the range counts 0 in the arithmetic
-    Tree t;
-    t.binary(xop_mul, t.area("A1:A3"), t.number(2));
-    EXPECT_EQ("a3x1:{n:2,n:4,n:0}", eval(book, t, "E5"));
-  }
-  {  // a range on another sheet, or a deleted one, is #REF!
-    Tree t;
-    t.binary(xop_add, t.number(3), t.area("A1:A2", book.sheet(1)));
-    EXPECT_EQ("e:23", eval(book, t));
-    Tree u;
-    u.binary(xop_add, u.area("A1:A2", XLS_DELETED_SHEET), u.number(3));
-    EXPECT_EQ("e:23", eval(book, u));
-    Tree own;  // the formula's own sheet named explicitly
-    own.binary(xop_add, own.area("A2", book.sheet(0)), own.number(3));
-    EXPECT_EQ("n:5", eval(book, own));
-  }
-  {  // =-A1:A3 is #VALUE!; a range is the empty text in concatenation
-    Tree t;
-    t.unary(xop_neg, t.area("A1:A3"));
-    EXPECT_EQ("e:15", eval(book, t, "E5"));
-    Tree u;
-    u.binary(xop_concat, u.area("A1:A3"), u.text("y"));
-    EXPECT_EQ("s:y", eval(book, u, "E2"));
-  }
+  // =A1:C1+1: a 1 by 3 array, the string cell read as a number; an empty
+  // cell of the range counts 0.
+  EXPECT_EQ("a1x3:{n:2,n:4,n:5}",
+            eval(book, [](Tree& t) { t.binary(xop_add, t.area("A1:C1"), t.number(1)); }, "E5"));
+  EXPECT_EQ("a3x1:{n:2,n:4,n:0}",
+            eval(book, [](Tree& t) { t.binary(xop_mul, t.area("A1:A3"), t.number(2)); }, "E5"));
+  // A range on another sheet, or a deleted one, is #REF!; the formula's own
+  // sheet named explicitly is no other sheet.
+  xls_sheet_t* other = book.sheet(1);
+  xls_sheet_t* own = book.sheet(0);
+  EXPECT_EQ("e:23", eval(book, [&](Tree& t) { t.binary(xop_add, t.number(3), t.area("A1:A2", other)); }));
+  EXPECT_EQ("e:23", eval(book, [](Tree& t) {
+              t.binary(xop_add, t.area("A1:A2", XLS_DELETED_SHEET), t.number(3));
+            }));
+  EXPECT_EQ("n:5", eval(book, [&](Tree& t) { t.binary(xop_add, t.area("A2", own), t.number(3)); }));
+  // =-A1:A3 is #VALUE!; a range is the empty text in concatenation.
+  EXPECT_EQ("e:15", eval(book, [](Tree& t) { t.unary(xop_neg, t.area("A1:A3")); }, "E5"));
+  EXPECT_EQ("s:y", eval(book, [](Tree& t) { t.binary(xop_concat, t.area("A1:A3"), t.text("y")); }, "E2"));
 }
 
 TEST(Eval, UnaryOperators) {
   Book book;
-  xls_recalc_env env = book.env();
-  {
+  {  // a long stays a long
     Tree t;
     t.unary(xop_neg, t.constant(lng(5)));
     xls_packed_expr_t packed = t.pack();
+    xls_recalc_env env = book.env();
     xls_value_t result;
     xls_value_empty(&result);
     ASSERT_EQ(0u, expr_eval_recursive(&env, &packed, expr_root_expr(&packed), &result, false));
-    EXPECT_EQ(static_cast<uint32_t>(bvt_long), result.u.basic.kind);  // stays a long
+    EXPECT_EQ(static_cast<uint32_t>(bvt_long), result.u.basic.kind);
     EXPECT_EQ(-5, result.u.basic.u.long_value);
     expr_free(&packed, true);
   }
-  Tree percent;
-  percent.unary(xop_percent, percent.constant(lng(50)));
-  EXPECT_EQ("n:0.5", eval(book, percent));
-  Tree text;
-  text.unary(xop_neg, text.text("2.5"));
-  EXPECT_EQ("n:-2.5", eval(book, text));
-  Tree word;
-  word.unary(xop_neg, word.text("x"));
-  EXPECT_EQ("e:15", eval(book, word));
-  Tree truth;
-  truth.unary(xop_neg, truth.constant(boolean(true)));
-  EXPECT_EQ("n:-1", eval(book, truth));
-  Tree plus;  // unary plus leaves anything as it is
-  plus.unary(xop_plus, plus.text("x"));
-  EXPECT_EQ("s:x", eval(book, plus));
-  {  // an element without a number repeats the one before it
-    xls_value_t values = array(1, 3, {4, 0, 5});
-    xls_free_basic_value(&values.u.basic.u.array.elements[1]);
-    values.u.basic.u.array.elements[1].kind = bvt_string;
-    values.u.basic.u.array.elements[1].u.string = u16dup("x");
-    Tree t;
-    t.unary(xop_neg, t.constant(values));
-    EXPECT_EQ("a1x3:{n:-4,n:-4,n:-5}", eval(book, t));
-  }
-  Tree error;
-  error.unary(xop_percent, error.constant(err(xls_error_div0)));
-  EXPECT_EQ("e:7", eval(book, error));
+  EXPECT_EQ("n:0.5", eval(book, [](Tree& t) { t.unary(xop_percent, t.constant(lng(50))); }));
+  EXPECT_EQ("n:-2.5", eval(book, [](Tree& t) { t.unary(xop_neg, t.text("2.5")); }));
+  EXPECT_EQ("e:15", eval(book, [](Tree& t) { t.unary(xop_neg, t.text("x")); }));
+  EXPECT_EQ("n:-1", eval(book, [](Tree& t) { t.unary(xop_neg, t.constant(boolean(true))); }));
+  // Unary plus leaves anything as it is.
+  EXPECT_EQ("s:x", eval(book, [](Tree& t) { t.unary(xop_plus, t.text("x")); }));
+  EXPECT_EQ("e:7", eval(book, [](Tree& t) { t.unary(xop_percent, t.constant(err(xls_error_div0))); }));
+  // An element without a number repeats the one before it.
+  EXPECT_EQ("a1x3:{n:-4,n:-4,n:-5}", eval(book, [](Tree& t) {
+              xls_value_t values = array(1, 3, {4, 0, 5});
+              values.u.basic.u.array.elements[1].kind = bvt_string;
+              values.u.basic.u.array.elements[1].u.string = u16dup("x");
+              t.unary(xop_neg, t.constant(values));
+            }));
 }
 
 TEST(Eval, Functions) {
   Book book;
-  {  // a number beyond the table has no handler: error 0x103
-    Tree t;
-    t.func(400, {t.number(1)});
-    EXPECT_EQ("e:259", eval(book, t));
-  }
-  {  // COLUMN() is in the table without a handler
-    Tree t;
-    t.func(FUNC_COLUMN, {});
-    EXPECT_EQ("e:259", eval(book, t));
-  }
-  {  // a wrong count is #VALUE! without evaluating the arguments (77 is no
-     // node: evaluating it would fail)
-    Tree t;
-    t.func(FUNC_ROUND, {77});
-    EXPECT_EQ("e:15", eval(book, t));
-  }
-  if (expr_func_row(FUNC_IF)->handler) {  // =IF(1,2,1/0): no function is lazy,
-                                          // and errors pass to the handler
-    Tree t;
-    uint16_t one = t.number(1), two = t.number(2);
-    t.func(FUNC_IF, {one, two, t.binary(xop_div, t.number(1), t.number(0))});
-    EXPECT_EQ("n:2", eval(book, t));
-  }
-  if (expr_func_row(FUNC_SUM)->handler) {
-    Tree other_sheet;  // =SUM(1,2)+Sheet2!A1:A2
-    uint16_t sum = other_sheet.func(FUNC_SUM, {other_sheet.number(1), other_sheet.number(2)});
-    other_sheet.binary(xop_add, sum, other_sheet.area("A1:A2", book.sheet(1)));
-    EXPECT_EQ("e:23", eval(book, other_sheet));
-    book.put("A1", 3.0);
-    Tree t;
-    t.func(FUNC_SUM, {t.area("A1:A3"), t.number(4)});
-    EXPECT_EQ("n:7", eval(book, t, "C1"));
-  }
+  // A number beyond the table, or a row without a handler (COLUMN): error
+  // 0x103.
+  EXPECT_EQ("e:259", eval(book, [](Tree& t) { t.func(400, {t.number(1)}); }));
+  EXPECT_EQ("e:259", eval(book, [](Tree& t) { t.func(FUNC_COLUMN, {}); }));
+  // A wrong count is #VALUE! without evaluating the arguments.
+  EXPECT_EQ("e:15", eval(book, [](Tree& t) { t.func(FUNC_ROUND, {kNoNode}); }));
+  // =IF(1,2,1/0): no function is lazy, and errors pass to the handler.
+  EXPECT_EQ("n:2", eval(book, [](Tree& t) {
+              uint16_t one = t.number(1), two = t.number(2);
+              t.func(FUNC_IF, {one, two, t.binary(xop_div, t.number(1), t.number(0))});
+            }));
+  // =SUM(1,2)+Sheet2!A1:A2, and SUM over a range.
+  xls_sheet_t* other = book.sheet(1);
+  EXPECT_EQ("e:23", eval(book, [&](Tree& t) {
+              uint16_t sum = t.func(FUNC_SUM, {t.number(1), t.number(2)});
+              t.binary(xop_add, sum, t.area("A1:A2", other));
+            }));
+  book.put("A1", 3.0);
+  EXPECT_EQ("n:7", eval(book, [](Tree& t) { t.func(FUNC_SUM, {t.area("A1:A3"), t.number(4)}); }, "C1"));
 }
 
 TEST(Eval, NamesConstantsAndErrorNodes) {
   Book book;
   xls_expr_named_t undefined = {};
-  Tree t;
-  t.name(xop_name, &undefined);
-  EXPECT_EQ("e:29", eval(book, t));
+  EXPECT_EQ("e:29", eval(book, [&](Tree& t) { t.name(xop_name, &undefined); }));
 
   xls_expr_named_t defined = {};
   defined.parsed = 1;
   Tree definition;
   definition.cell("B1");
   defined.packed = definition.pack();
-  Tree name;  // an empty cell through a name is 0
-  name.name(xop_name, &defined);
-  EXPECT_EQ("n:0", eval(book, name));
+  // An empty cell through a name is 0.
+  EXPECT_EQ("n:0", eval(book, [&](Tree& t) { t.name(xop_name, &defined); }));
   book.put("B1", "b");
-  Tree named;
-  named.binary(xop_concat, named.name(xop_name, &defined), named.text("c"));
-  EXPECT_EQ("s:bc", eval(book, named));
+  EXPECT_EQ("s:bc", eval(book, [&](Tree& t) {
+              t.binary(xop_concat, t.name(xop_name, &defined), t.text("c"));
+            }));
   expr_free(&defined.packed, true);
 
-  xls_expr_named_t gap = {};  // a definition that delivers an empty value
+  // A definition that delivers an empty value: the empty rule applies to a
+  // name, but not to a name of another sheet or workbook.
+  xls_expr_named_t gap = {};
   gap.parsed = 1;
   Tree nothing;
   nothing.leaf(xop_missing);
   gap.packed = nothing.pack();
-  Tree local;  // the empty rule applies to a name...
-  local.name(xop_name, &gap);
-  EXPECT_EQ("n:0", eval(book, local));
-  Tree external;  // ...but not to a name of another sheet or workbook
-  external.name(xop_namex, &gap);
-  EXPECT_EQ("empty", eval(book, external));
+  EXPECT_EQ("n:0", eval(book, [&](Tree& t) { t.name(xop_name, &gap); }));
+  EXPECT_EQ("empty", eval(book, [&](Tree& t) { t.name(xop_namex, &gap); }));
   expr_free(&gap.packed, true);
 
-  Tree missing;
-  missing.leaf(xop_missing);
-  EXPECT_EQ("empty", eval(book, missing));
-  for (xls_expr_op_t op : {xop_ref3d_bad, xop_area3d_err, xop_area_err}) {
-    Tree e;
-    e.leaf(op);
-    EXPECT_EQ("e:23", eval(book, e));
-  }
-  Tree unknown;
-  unknown.leaf(xop_unknown);
-  EXPECT_EQ("e:256", eval(book, unknown));
-  Tree deleted;
-  deleted.cell("A1", XLS_DELETED_SHEET);
-  EXPECT_EQ("e:23", eval(book, deleted));
-  Tree other;  // a cell of another sheet
+  EXPECT_EQ("empty", eval(book, [](Tree& t) { t.leaf(xop_missing); }));
+  for (xls_expr_op_t op : {xop_ref3d_bad, xop_area3d_err, xop_area_err})
+    EXPECT_EQ("e:23", eval(book, [op](Tree& t) { t.leaf(op); }));
+  EXPECT_EQ("e:256", eval(book, [](Tree& t) { t.leaf(xop_unknown); }));
+  EXPECT_EQ("e:23", eval(book, [](Tree& t) { t.cell("A1", XLS_DELETED_SHEET); }));
   book.put("C3", 9.0, 2);
-  other.cell("C3", book.sheet(2));
-  EXPECT_EQ("n:9", eval(book, other));
+  xls_sheet_t* third = book.sheet(2);
+  EXPECT_EQ("n:9", eval(book, [&](Tree& t) { t.cell("C3", third); }));
 }
 
 TEST(Eval, RangeAndIntersectionOperators) {
   Book book;
-  Tree t;
-  t.binary(xop_isect, t.area("A1:B2"), t.area("C3:D4"));
-  EXPECT_EQ("e:0", eval(book, t));
-  Tree common;
-  common.binary(xop_isect, common.area("A1:C3"), common.area("D2:B2"));
-  EXPECT_EQ("r:R1C1:R1C2", eval(book, common));
-  Tree cover;
-  cover.binary(xop_range, cover.area("B2:A1"), cover.area("C4"));
-  EXPECT_EQ("r:R0C0:R3C2", eval(book, cover));
-  Tree not_range;
-  not_range.binary(xop_range, not_range.area("A1"), not_range.number(1));
-  EXPECT_EQ("e:23", eval(book, not_range));
-  Tree error;
-  error.binary(xop_range, error.constant(err(xls_error_na)), error.area("A1"));
-  EXPECT_EQ("e:42", eval(book, error));
-  Tree deleted;
-  deleted.binary(xop_isect, deleted.area("A1:B2"), deleted.area("A1", XLS_DELETED_SHEET));
-  EXPECT_EQ("e:23", eval(book, deleted));
+  EXPECT_EQ("e:0", eval(book, [](Tree& t) { t.binary(xop_isect, t.area("A1:B2"), t.area("C3:D4")); }));
+  EXPECT_EQ("r:R1C1:R1C2",
+            eval(book, [](Tree& t) { t.binary(xop_isect, t.area("A1:C3"), t.area("D2:B2")); }));
+  EXPECT_EQ("r:R0C0:R3C2", eval(book, [](Tree& t) { t.binary(xop_range, t.area("B2:A1"), t.area("C4")); }));
+  EXPECT_EQ("e:23", eval(book, [](Tree& t) { t.binary(xop_range, t.area("A1"), t.number(1)); }));
+  EXPECT_EQ("e:42", eval(book, [](Tree& t) {
+              t.binary(xop_range, t.constant(err(xls_error_na)), t.area("A1"));
+            }));
+  EXPECT_EQ("e:23", eval(book, [](Tree& t) {
+              t.binary(xop_isect, t.area("A1:B2"), t.area("A1", XLS_DELETED_SHEET));
+            }));
 }
 
 TEST(Eval, SharedAndArrayFormulas) {
@@ -408,13 +327,12 @@ TEST(Eval, SharedAndArrayFormulas) {
   book.put("A1", 1.0);
   book.put("A2", "two");
   book.put("B2", formula_cache(num(4)));
+  // =<row above>*10, relative, shared.
   xls_shared_expr shared = {};
-  Tree expression;  // =<row above>*10, relative
+  Tree expression;
   expression.binary(xop_mul, expression.relative(-1, 0), expression.number(10));
   shared.packed = expression.pack();
-  Tree cell;
-  cell.shared(&shared);
-  EXPECT_EQ("n:40", eval(book, cell, "B3"));
+  EXPECT_EQ("n:40", eval(book, [&](Tree& t) { t.shared(&shared); }, "B3"));
   expr_free(&shared.packed, true);
 
   // {=A1:B2} anchored at D1: the range's cells, 0 for one without value.
@@ -427,19 +345,16 @@ TEST(Eval, SharedAndArrayFormulas) {
   relative.u.range->first = {nullptr, 0, -3, 1, 1};  // A1 from D1, relative
   area.constant(relative);
   array_formula.packed = area.pack();
-  Tree in_array;
-  in_array.shared(&array_formula);
-  EXPECT_EQ("a2x2:{n:1,n:0,s:two,n:4}", eval(book, in_array, "D2"));
+  EXPECT_EQ("a2x2:{n:1,n:0,s:two,n:4}", eval(book, [&](Tree& t) { t.shared(&array_formula); }, "D2"));
   expr_free(&array_formula.packed, true);
 
-  Tree spanning;  // over several sheets: #REF! in every element
+  // Over several sheets: #REF! in every element.
+  Tree spanning;
   xls_value_t three_d = range("A1:B1", book.sheet(0));
   three_d.u.range->second.sheet = book.sheet(1);
   spanning.constant(three_d);
   array_formula.packed = spanning.pack();
-  Tree in_array2;
-  in_array2.shared(&array_formula);
-  EXPECT_EQ("a1x2:{e:23,e:23}", eval(book, in_array2, "D1"));
+  EXPECT_EQ("a1x2:{e:23,e:23}", eval(book, [&](Tree& t) { t.shared(&array_formula); }, "D1"));
   expr_free(&array_formula.packed, true);
 }
 
@@ -447,28 +362,17 @@ TEST(Eval, Recalc) {
   Book book;
   book.put("A1", 7.0);
   book.put("A2", 8.0);
-  {  // =A1:A3 shows A1, from any row
-    Tree t;
-    t.area("A1:A3");
-    EXPECT_EQ("x:n:7", recalc(book, t, "C9"));
-    Tree empty_first;
-    empty_first.area("B1:B3");
-    EXPECT_EQ("x:e:15", recalc(book, empty_first, "C10"));
-    Tree deleted;
-    deleted.area("A1", XLS_DELETED_SHEET);
-    EXPECT_EQ("x:e:23", recalc(book, deleted, "C11"));
-  }
-  {  // =A1:A3+0 keeps the array
-    Tree t;
-    t.binary(xop_add, t.area("A1:A3"), t.number(0));
-    EXPECT_EQ("x:a3x1:{n:7,n:8,n:0}", recalc(book, t, "C2"));
-  }
-  {  // a reference to a formula cell reads its cache; the copy carries no
-     // tree
-    book.put("B1", formula_cache(num(5)));
-    Tree t;
-    t.binary(xop_mul, t.cell("B1"), t.number(2));
-    EXPECT_EQ("x:n:10", recalc(book, t, "C3"));
+  // =A1:A3 shows A1, from any row; an empty first cell is #VALUE!.
+  EXPECT_EQ("x:n:7", recalc(book, [](Tree& t) { t.area("A1:A3"); }, "C9"));
+  EXPECT_EQ("x:e:15", recalc(book, [](Tree& t) { t.area("B1:B3"); }, "C10"));
+  EXPECT_EQ("x:e:23", recalc(book, [](Tree& t) { t.area("A1", XLS_DELETED_SHEET); }, "C11"));
+  // =A1:A3+0 keeps the array.
+  EXPECT_EQ("x:a3x1:{n:7,n:8,n:0}",
+            recalc(book, [](Tree& t) { t.binary(xop_add, t.area("A1:A3"), t.number(0)); }, "C2"));
+  // A reference to a formula cell reads its cache; the copy carries no tree.
+  book.put("B1", formula_cache(num(5)));
+  EXPECT_EQ("x:n:10", recalc(book, [](Tree& t) { t.binary(xop_mul, t.cell("B1"), t.number(2)); }, "C3"));
+  {
     Tree ref;
     ref.cell("B1");
     xls_packed_expr_t packed = ref.pack();
@@ -481,32 +385,25 @@ TEST(Eval, Recalc) {
     EXPECT_EQ("x:n:5", describe(result));
     xls_free_value(&result);
     expr_free(&packed, true);
-    Tree self;  // a formula that reads its own old cache
-    self.binary(xop_add, self.cell("C5"), self.number(1));
-    EXPECT_EQ("x:n:4", recalc(book, self, "C5", num(3)));
   }
-  {  // a formula whose cache is empty counts 0
-    book.put("B2", formula_cache(empty()));
-    Tree t;
-    t.cell("B2");
-    EXPECT_EQ("x:n:0", recalc(book, t, "C6"));
-  }
-  {  // a failing evaluation keeps the old cache
-    Tree t;
-    t.binary(xop_add, t.number(1), 77);
-    uint32_t status = 0;
-    EXPECT_EQ("x:n:42", recalc(book, t, "C7", num(42), &status));
-    EXPECT_EQ(KEL_ERR_GENERAL, status);
-  }
-  {  // anything but a parsed formula is left alone
-    book.put("C8", 1.0);
-    auto_cell_t cell = nullptr;
-    xls_get_cell_value(book.sheet(), 2, 7, &cell);
-    xls_recalc_env env = book.env("C8");
-    EXPECT_EQ(0u, expr_recalc(&env, &cell));
-    EXPECT_EQ("n:1", describe(cell->value));
-    auto_cell_release(&cell);
-  }
+  // A formula that reads its own old cache; one whose cache is empty counts 0.
+  EXPECT_EQ("x:n:4",
+            recalc(book, [](Tree& t) { t.binary(xop_add, t.cell("C5"), t.number(1)); }, "C5", num(3)));
+  book.put("B2", formula_cache(empty()));
+  EXPECT_EQ("x:n:0", recalc(book, [](Tree& t) { t.cell("B2"); }, "C6"));
+  // A failing evaluation keeps the old cache.
+  uint32_t status = 0;
+  EXPECT_EQ("x:n:42", recalc(book, [](Tree& t) { t.binary(xop_add, t.number(1), kNoNode); }, "C7", num(42),
+                             &status));
+  EXPECT_EQ(KEL_ERR_GENERAL, status);
+  // Anything but a parsed formula is left alone.
+  book.put("C8", 1.0);
+  auto_cell_t cell = nullptr;
+  xls_get_cell_value(book.sheet(), 2, 7, &cell);
+  xls_recalc_env env = book.env("C8");
+  EXPECT_EQ(0u, expr_recalc(&env, &cell));
+  EXPECT_EQ("n:1", describe(cell->value));
+  auto_cell_release(&cell);
 }
 
 // ---- Reading ranges ---------------------------------------------------------

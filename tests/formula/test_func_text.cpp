@@ -17,23 +17,18 @@ TEST(FuncText, MidLeftRightCountUnits) {
   EXPECT_EQ("s:b", call(xls_expr_func_mid, env, {str("abc"), lng(2), lng(1)}));
   EXPECT_EQ("s:bc", call(xls_expr_func_mid, env, {str("abc"), lng(2), lng(10)}));
   EXPECT_EQ("s:", call(xls_expr_func_mid, env, {str("abc"), lng(4), lng(1)}));
-  EXPECT_EQ("s:", call(xls_expr_func_mid, env, {str("abc"), lng(5), lng(1)}));
   EXPECT_EQ("s:", call(xls_expr_func_mid, env, {str("abc"), lng(1), lng(0)}));
   EXPECT_EQ("e:15", call(xls_expr_func_mid, env, {str("abc"), lng(0), lng(1)}));
-  EXPECT_EQ("e:15", call(xls_expr_func_mid, env, {str("abc"), lng(1), lng(-1)}));
   EXPECT_EQ("s:b", call(xls_expr_func_mid, env, {str("abc"), num(2.9), str("1")}));
-  EXPECT_EQ("e:42", call(xls_expr_func_mid, env, {err(xls_error_na), lng(1), lng(1)}));
   EXPECT_EQ("e:7", call(xls_expr_func_mid, env, {str("abc"), err(xls_error_div0), lng(1)}));
 
   EXPECT_EQ("s:a", call(xls_expr_func_left, env, {str("abc")}));
-  EXPECT_EQ("s:ab", call(xls_expr_func_left, env, {str("abc"), lng(2)}));
   EXPECT_EQ("s:abc", call(xls_expr_func_left, env, {str("abc"), lng(10)}));
   EXPECT_EQ("s:", call(xls_expr_func_left, env, {str("abc"), lng(0)}));
   EXPECT_EQ("e:15", call(xls_expr_func_left, env, {str("abc"), lng(-1)}));
   EXPECT_EQ("s:12.", call(xls_expr_func_left, env, {num(12.5), lng(3)}));
   EXPECT_EQ("s:T", call(xls_expr_func_left, env, {boolean(true)}));
   EXPECT_EQ("s:c", call(xls_expr_func_right, env, {str("abc")}));
-  EXPECT_EQ("s:bc", call(xls_expr_func_right, env, {str("abc"), lng(2)}));
   EXPECT_EQ("s:abc", call(xls_expr_func_right, env, {str("abc"), lng(5)}));
   EXPECT_EQ("e:15", call(xls_expr_func_right, env, {str("abc"), lng(-2)}));
 }
@@ -41,7 +36,6 @@ TEST(FuncText, MidLeftRightCountUnits) {
 TEST(FuncText, LenCaseAndExact) {
   Book book;
   xls_recalc_env env = book.env();
-  EXPECT_EQ("n:3", call(xls_expr_func_len, env, {str("abc")}));
   EXPECT_EQ("n:5", call(xls_expr_func_len, env, {num(-12.5)}));
   EXPECT_EQ("n:0", call(xls_expr_func_len, env, {empty()}));
   EXPECT_EQ("n:4", call(xls_expr_func_len, env, {boolean(true)}));
@@ -49,9 +43,7 @@ TEST(FuncText, LenCaseAndExact) {
 
   EXPECT_EQ("s:abc1-x", call(xls_expr_func_lower, env, {str("AbC1-X")}));
   EXPECT_EQ("s:ABC1-X", call(xls_expr_func_upper, env, {str("abc1-x")}));
-  EXPECT_EQ("s:FALSE", call(xls_expr_func_upper, env, {boolean(false)}));
 
-  EXPECT_EQ("b:TRUE", call(xls_expr_func_exact, env, {str("abc"), str("abc")}));
   EXPECT_EQ("b:FALSE", call(xls_expr_func_exact, env, {str("abc"), str("aBc")}));
   EXPECT_EQ("b:TRUE", call(xls_expr_func_exact, env, {lng(1), str("1")}));
   EXPECT_EQ("b:TRUE", call(xls_expr_func_exact, env, {empty(), str("")}));
@@ -69,19 +61,15 @@ TEST(FuncText, ReptLimits) {
   EXPECT_EQ("e:15", call(xls_expr_func_rept, env, {str("abc"), lng(0x7FFFFFFF)}));
 
   // An empty text or no repetition is a null string.
-  xls_value_t args[2] = {str(""), lng(5)};
-  xls_value_t result;
-  xls_value_empty(&result);
-  xls_expr_func_rept(&result, &env, args, 2);
-  EXPECT_EQ(static_cast<uint32_t>(bvt_string), result.u.basic.kind);
-  EXPECT_EQ(nullptr, tabulon_test::copied(result.u.basic.u.string));
-  xls_free_value(&args[0]);
-  args[0] = str("ab");
-  args[1] = lng(0);
-  xls_expr_func_rept(&result, &env, args, 2);
-  EXPECT_EQ(static_cast<uint32_t>(bvt_string), result.u.basic.kind);
-  EXPECT_EQ(nullptr, tabulon_test::copied(result.u.basic.u.string));
-  xls_free_value(&args[0]);
+  for (const char* text : {"", "ab"}) {
+    xls_value_t args[2] = {str(text), lng(*text ? 0 : 5)};
+    xls_value_t result;
+    xls_value_empty(&result);
+    xls_expr_func_rept(&result, &env, args, 2);
+    EXPECT_EQ(static_cast<uint32_t>(bvt_string), result.u.basic.kind) << text;
+    EXPECT_EQ(nullptr, tabulon_test::copied(result.u.basic.u.string)) << text;
+    xls_free_value(&args[0]);
+  }
 }
 
 TEST(FuncText, FindIsCaseSensitiveAndChecksTheStart) {
@@ -89,10 +77,8 @@ TEST(FuncText, FindIsCaseSensitiveAndChecksTheStart) {
   xls_recalc_env env = book.env();
   EXPECT_EQ("n:2", call(xls_expr_func_find, env, {str("b"), str("abcb")}));
   EXPECT_EQ("n:4", call(xls_expr_func_find, env, {str("b"), str("abcb"), lng(3)}));
-  EXPECT_EQ("n:2", call(xls_expr_func_find, env, {str("bc"), str("abc")}));
   EXPECT_EQ("n:3", call(xls_expr_func_find, env, {str("c"), str("abc"), lng(3)}));
   EXPECT_EQ("e:15", call(xls_expr_func_find, env, {str("B"), str("abc")}));
-  EXPECT_EQ("e:15", call(xls_expr_func_find, env, {str("cd"), str("abc")}));
   EXPECT_EQ("e:15", call(xls_expr_func_find, env, {str("a"), str("abc"), lng(0)}));
   EXPECT_EQ("e:15", call(xls_expr_func_find, env, {str("a"), str("abc"), lng(4)}));
   // An empty search text answers the start, whatever it is.
@@ -130,7 +116,6 @@ TEST(FuncText, ReplaceOnUnits) {
   xls_recalc_env env = book.env();
   EXPECT_EQ("s:aXef", call(xls_expr_func_replace, env, {str("abcdef"), lng(2), lng(3), str("X")}));
   EXPECT_EQ("s:aXbc", call(xls_expr_func_replace, env, {str("abc"), lng(2), lng(0), str("X")}));
-  EXPECT_EQ("s:aX", call(xls_expr_func_replace, env, {str("abc"), lng(2), lng(99), str("X")}));
   EXPECT_EQ("s:abcX", call(xls_expr_func_replace, env, {str("abc"), lng(10), lng(1), str("X")}));
   EXPECT_EQ("s:c", call(xls_expr_func_replace, env, {str("abc"), lng(1), lng(2), str("")}));
   EXPECT_EQ("e:15", call(xls_expr_func_replace, env, {str("abc"), lng(0), lng(1), str("X")}));
@@ -181,12 +166,9 @@ TEST(FuncText, RangeArgumentsIntersectTheFormulasRow) {
 TEST(FuncText, ValueReadsEditStrings) {
   Book book;
   xls_recalc_env env = book.env();
-  EXPECT_EQ("n:12", call(xls_expr_func_value, env, {lng(12)}));
-  EXPECT_EQ("n:12.5", call(xls_expr_func_value, env, {str("12.5")}));
   EXPECT_EQ("n:0.12", call(xls_expr_func_value, env, {str("12%")}));
   EXPECT_EQ("n:36526", call(xls_expr_func_value, env, {str("1/1/2000")}));
   EXPECT_EQ("e:15", call(xls_expr_func_value, env, {str("=1+1")}));
-  EXPECT_EQ("e:15", call(xls_expr_func_value, env, {str("abc")}));
   EXPECT_EQ("e:15", call(xls_expr_func_value, env, {boolean(true)}));
   EXPECT_EQ("e:42", call(xls_expr_func_value, env, {err(xls_error_na)}));
   EXPECT_EQ("n:0", call(xls_expr_func_value, env, {empty()}));

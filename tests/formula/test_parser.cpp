@@ -179,25 +179,19 @@ struct CommaLocale {
 
 TEST_F(Parser, OperatorsBindAsTheirPrecedenceSays) {
   EXPECT_EQ("n:7", eval("1+2*3"));
-  EXPECT_EQ("n:9", eval("(1+2)*3"));
   EXPECT_EQ("n:3", eval("10-4-3"));
   EXPECT_EQ("n:5", eval("20/2/2"));
   // "^" is right-associative, as the printer treats it.
   EXPECT_EQ("pow(n:2,pow(n:3,n:2))", tree("2^3^2"));
-  EXPECT_EQ("n:512", eval("2^3^2"));
-  EXPECT_EQ("n:64", eval("(2^3)^2"));
   // Prefix minus binds tighter than "^", percent tighter than "^" too.
   EXPECT_EQ("pow(neg(n:2),n:2)", tree("-2^2"));
-  EXPECT_EQ("n:4", eval("-2^2"));
   EXPECT_EQ("pow(n:2,pct(n:3))", tree("2^3%"));
   EXPECT_EQ("pct(neg(n:1))", tree("-1%"));
-  EXPECT_EQ("n:1", eval("50%*2"));
   EXPECT_EQ("n:-6", eval("2*-3"));
   EXPECT_EQ("plus(neg(neg(n:1)))", tree("+--1"));
   // & below + and above comparisons; comparisons chain from the left.
   EXPECT_EQ("s:33", eval("1+2&3"));
   EXPECT_EQ("eq(lt(n:1,n:2),b:TRUE)", tree("1<2=TRUE"));
-  EXPECT_EQ("b:TRUE", eval("1<2=TRUE"));
   EXPECT_EQ("ne(ge(n:1,n:2),le(n:3,n:4))", tree("1>=2<>(3<=4)"));
   // Range above intersection above prefix minus.
   EXPECT_EQ("neg(isect(r0c0,r0c1:r1c1))", tree("-A1 B1:B2"));
@@ -205,14 +199,12 @@ TEST_F(Parser, OperatorsBindAsTheirPrecedenceSays) {
   EXPECT_EQ("range(r0c0:r1c1,r2c2)", tree("A1:B2:C3"));
   // Numbers carry no sign: -1 is the negation of 1.
   EXPECT_EQ("neg(n:1)", tree("-1"));
-  EXPECT_EQ("n:1", eval("((((1))))"));
 }
 
 TEST_F(Parser, BlanksSeparatorsAndTheLocale) {
   // A blank between two operands intersects them; before an operator, after
   // one and at either end it is only space.
   EXPECT_EQ("isect(r0c0,r0c1)", tree("A1 B1"));
-  EXPECT_EQ("add(r0c0,r0c1)", tree("A1 +B1"));
   EXPECT_EQ("add(r0c0,r0c1)", tree(" \t A1 + \r\n B1 "));
   EXPECT_EQ("f4(r0c0)", tree("SUM( A1 )"));
   EXPECT_EQ("isect(r0c0:r1c1,r1c1)", tree("(A1:B2) (B2)"));
@@ -262,18 +254,15 @@ TEST_F(Parser, NumbersStringsAndErrors) {
 TEST_F(Parser, SyntaxErrorsArePlaced) {
   // A list in parentheses is a union, which the engine has not; () is empty.
   EXPECT_EQ("4 3 5", error_of("(1,2)"));
-  EXPECT_EQ("4 5 7", error_of("1+(A1;)"));
   EXPECT_EQ("3 0 2", error_of("()"));
   EXPECT_EQ("3 3 5", error_of("1+( )"));
   EXPECT_EQ("5 1 2", error_of("1)"));
-  EXPECT_EQ("5 6 7", error_of("SUM(1))+2"));
   EXPECT_EQ("6 6 6", error_of("SUM((1"));
   EXPECT_EQ("6 8 8", error_of("(\"(\"&1  "));
   EXPECT_EQ("7 2 2", error_of("1+"));
   EXPECT_EQ("7 0 0", error_of(""));
   EXPECT_EQ("8 2 3", error_of("1+*2"));
   EXPECT_EQ("8 1 2", error_of("1(2)"));
-  EXPECT_EQ("8 3 4", error_of("(1)]"));
   EXPECT_EQ("8 0 1", error_of("=1"));
 
   // The parser's stack holds 10000 states: deeper nesting fails for memory,
@@ -297,7 +286,6 @@ TEST_F(Parser, ReferencesAreOffsetsFromTheCell) {
   EXPECT_EQ("r0C0:r0C255", tree("1:1"));
   EXPECT_EQ("R2C0:R4C255", tree("$3:$5", "B2"));
   EXPECT_EQ("R0c0:R65535c0", tree("A:A"));
-  EXPECT_EQ("R0C0:R65535C1", tree("$A:$B"));
   // Past IV or 65536, or run on into a word: no reference, so a name that
   // does not exist.
   for (const char* word : {"IW1", "XFD1", "A65537", "A0", "A1B", "A1_x", "A1.5"}) {
@@ -325,13 +313,11 @@ TEST_F(Parser, SheetsInReferences) {
   EXPECT_EQ("n:5", eval("'my SHEET'!C3*1"));
   EXPECT_EQ("2!R0C0", tree("'It''s'!$A$1"));
   EXPECT_EQ("0!r0c0", tree("Sheet1!A1"));
-  EXPECT_EQ("0!r0c0:0!r1c1", tree("Sheet1!A1:B2"));
   EXPECT_EQ("0!R0c0:0!R65535c0", tree("Sheet1!A:A"));
   // Spans of sheets, whichever way they are quoted.
   EXPECT_EQ("0!r0c0:2!r0c0", tree("'Sheet1:It''s'!A1"));
   EXPECT_EQ("0!r0c0:1!r0c0", tree("'Sheet1':'My sheet'!A1"));
   EXPECT_EQ("0!r0c0:1!r1c1", tree("Sheet1:'My sheet'!A1:B2"));
-  EXPECT_EQ("0!r0c0:2!r0c0", tree("'Sheet1':'It''s'!A1"));
   EXPECT_EQ("1!r0c0:0!r0c0", tree("'My sheet:Sheet1'!A1"));
   // Each span has its EXTERNSHEET entry.
   uint16_t entry = 99;
@@ -359,7 +345,6 @@ TEST_F(Parser, WordsAreValuesNamesFunctionsOrSheets) {
   EXPECT_EQ("name2", tree("Rate", "A1", nullptr, 1));
   EXPECT_EQ("name3", tree("Sheet3!Local"));
   EXPECT_EQ("name2", tree("Sheet2!Rate"));
-  EXPECT_EQ("name1", tree("'Sheet1'!Rate"));
   EXPECT_EQ("add(name1,f4(name1))", tree("Rate+SUM(Rate)"));
   EXPECT_EQ(packed_.nodes[0].u.name.named, &file()->names[0]);
   // Before "(" the same word is the function RATE.
@@ -376,10 +361,8 @@ TEST_F(Parser, FunctionArguments) {
   EXPECT_EQ("f4(n:1,missing)", tree("SUM(1,)"));
   EXPECT_EQ("f8()", tree("ROW()"));
   EXPECT_EQ("f19()", tree("PI( )"));
-  EXPECT_EQ("n:1", eval("ROW()"));
   EXPECT_EQ("n:2", eval("IF(,1,2)"));
   EXPECT_EQ("f4(f4(n:1,n:2),f24(neg(n:3)))", tree("SUM(SUM(1,2),ABS(-3))"));
-  EXPECT_EQ("n:6", eval("SUM(SUM(1,2),ABS(-3))"));
   // Counts against the table: the position is behind the ")".
   EXPECT_EQ("10 5 5", error_of("SUM()"));
   EXPECT_EQ("11 8 8", error_of("ABS(1,2)"));
@@ -409,11 +392,9 @@ TEST_F(Parser, ArrayConstants) {
   EXPECT_EQ("n:10", eval("SUM({1,2;3,4})"));
   // Rows of different lengths, words that are no values.
   EXPECT_EQ("12 6 6", error_of("{1,2;3}"));
-  EXPECT_EQ("12 6 6", error_of("{1;2,3}"));
   EXPECT_EQ("12 4 4", error_of("{1,x}"));
   // Only constants.
   EXPECT_EQ("8 1 2", error_of("{A1}"));
-  EXPECT_EQ("8 1 2", error_of("{(1)}"));
   EXPECT_EQ("8 2 3", error_of("{1+2}"));
 }
 
@@ -422,9 +403,6 @@ TEST_F(Parser, WrittenTokens) {
   // ptgArea, ptgFuncVar SUM, ptgInt, ptgMul.
   EXPECT_EQ((B{0x25, 0, 0, 1, 0, 0x00, 0xC0, 0x01, 0xC0, 0x42, 1, 4, 0, 0x1E, 2, 0, 0x05}),
             tokens("SUM(A1:B2)*2"));
-  // Numbers without sign; a long beyond 16 bits is a ptgNum.
-  EXPECT_EQ((B{0x1E, 1, 0, 0x13}), tokens("-1"));
-  EXPECT_EQ((B{0x1F, 0, 0, 0, 0, 0, 0x17, 0xF1, 0x40}), tokens("70000"));
   // ptgRef3d through the EXTERNSHEET entry the parse made; relative parts
   // are written as positions again.
   B ref3d = tokens("Sheet2!C3", "B2");
@@ -434,8 +412,7 @@ TEST_F(Parser, WrittenTokens) {
   ASSERT_EQ(0u, xls_externsheet_readref(file(), uint16_t(ref3d[1] | ref3d[2] << 8), &first, &last));
   EXPECT_EQ(book_.sheet(1), first);
   EXPECT_EQ(book_.sheet(1), last);
-  // IF with a missing argument, an array constant behind the tokens.
-  EXPECT_EQ((B{0x16, 0x1E, 1, 0, 0x1E, 2, 0, 0x42, 3, 1, 0}), tokens("IF(,1,2)"));
+  // An array constant behind the tokens, "-" part of its number.
   EXPECT_EQ((B{0x40, 0, 0, 0, 0, 0, 0, 0, 0x41, 24, 0,  // ptgArray, ptgFunc ABS
                 0, 0, 0,                                 // one column, one row
                 1, 0, 0, 0, 0, 0, 0, 0xF0, 0xBF}),       // the double -1
@@ -454,7 +431,6 @@ TEST(ParseReference, ReadsTheStartOfText) {
     uint32_t kind, rows, columns;
   };
   const Case cases[] = {
-      {"A1+1", 2, true, XLS_REFERENCE_NO_SHEET, 1, 1},
       {"$B$2:A10)", 8, true, XLS_REFERENCE_NO_SHEET, 9, 2},
       {"3:1", 3, true, XLS_REFERENCE_NO_SHEET, 3, 256},
       {"C:A", 3, true, XLS_REFERENCE_NO_SHEET, 65536, 3},
@@ -464,7 +440,6 @@ TEST(ParseReference, ReadsTheStartOfText) {
       {"Sheet1!Total", 7, false, 0, 0, 0},
       {"#REF!", 5, false, 0, 0, 0},
       {"A1:B", 0, false, 0, 0, 0},
-      {"A1B", 0, false, 0, 0, 0},
       {"'Q1 Data'", 0, false, 0, 0, 0},
       {"SUM(A1)", 0, false, 0, 0, 0},
   };
@@ -518,10 +493,13 @@ TEST(ParseReference, ReadsTheStartOfText) {
 TEST(TypedFormula, BecomesAFormulaOfTheCellOrSaysWhereItFails) {
   Book book;
   book.put("A1", 21);
-  std::basic_string<unsigned short> text = u16("=A1*2");
   xls_autoformat_result result;
-  ASSERT_EQ(0u, xls_autoformat_edit_string(book.sheet(), 1, 0, nullptr, text.c_str(),
-                                           static_cast<unsigned>(text.size()), nullptr, &result, nullptr));
+  auto type = [&](const std::string& typed, xls_sheet_t* sheet, int row) {
+    std::basic_string<unsigned short> text = u16(typed);
+    return xls_autoformat_edit_string(sheet, row, 0, nullptr, text.c_str(),
+                                      static_cast<unsigned>(text.size()), nullptr, &result, nullptr);
+  };
+  ASSERT_EQ(0u, type("=A1*2", book.sheet(), 1));
   ASSERT_EQ(static_cast<uint32_t>(vt_expr), result.value.kind);
   EXPECT_EQ(static_cast<uint32_t>(bvt_empty), result.value.u.expr.cache.kind);
   book.put("A2", result.value);
@@ -532,16 +510,11 @@ TEST(TypedFormula, BecomesAFormulaOfTheCellOrSaysWhereItFails) {
   EXPECT_EQ("x:n:42", describe(cell->value));
   auto_cell_release(&cell);
 
-  text = u16("=SUM(1");
-  EXPECT_EQ(KEL_ERR_GENERAL, xls_autoformat_edit_string(book.sheet(), 0, 1, nullptr, text.c_str(),
-                                                        static_cast<unsigned>(text.size()), nullptr,
-                                                        &result, nullptr));
+  EXPECT_EQ(KEL_ERR_GENERAL, type("=SUM(1", book.sheet(), 0));
   EXPECT_EQ(static_cast<uint32_t>(XLS_PARSE_UNCLOSED_PAREN), result.parse_error.code);
   EXPECT_EQ(static_cast<uint32_t>(bvt_empty), result.value.u.basic.kind);
   // Without a sheet there is no cell for the formula to stand at.
-  EXPECT_EQ(KEL_ERR_INVALID_ARGUMENT, xls_autoformat_edit_string(nullptr, 0, 0, nullptr, text.c_str(),
-                                                                 static_cast<unsigned>(text.size()),
-                                                                 nullptr, &result, nullptr));
+  EXPECT_EQ(KEL_ERR_INVALID_ARGUMENT, type("=SUM(1", nullptr, 0));
 }
 
 }  // namespace

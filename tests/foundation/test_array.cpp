@@ -8,40 +8,11 @@
 
 #include <vector>
 
+#include "test_memory.h"
+
 namespace {
 
-// Memory callbacks that count blocks, remember the largest request and can
-// be told to fail from some allocation on.
-struct CountingMemory {
-  int live_blocks = 0;
-  uint32_t largest = 0;
-  int allowed = -1;  // allocations still allowed; -1 without limit
-  zuv_mem mem;
-
-  CountingMemory() {
-    mem.mem_alloc = [](mem_ident* ident, uint32_t size) {
-      return ((CountingMemory*)ident)->take(nullptr, size);
-    };
-    mem.mem_realloc = [](mem_ident* ident, void* block, uint32_t size) {
-      return ((CountingMemory*)ident)->take(block, size);
-    };
-    mem.mem_free = [](mem_ident* ident, void* block) {
-      if (block) --((CountingMemory*)ident)->live_blocks;
-      free(block);
-    };
-    mem.available = nullptr;
-    mem.ident = this;
-  }
-
-  void* take(void* block, uint32_t size) {
-    if (allowed == 0) return nullptr;
-    if (allowed > 0) --allowed;
-    void* result = realloc(block, size);
-    if (result && !block) ++live_blocks;
-    if (size > largest) largest = size;
-    return result;
-  }
-};
+using tabulon_test::TestMemory;
 
 int compare_int(const void* key, const void* element) {
   int a = *(const int*)key, b = *(const int*)element;
@@ -110,7 +81,7 @@ TEST(ArrayOrdered, FindsOrPlaces) {
 }
 
 TEST(ArrayFlat, InsertRemoveAccess) {
-  CountingMemory memory;
+  TestMemory memory;
   xls_array array = {&memory.mem, sizeof(int), 0, 0, 0, 0, nullptr};
   std::vector<int> model;
   for (int i = 0; i < 120; ++i) {
@@ -126,10 +97,10 @@ TEST(ArrayFlat, InsertRemoveAccess) {
   EXPECT_EQ(kGeneral, xls_array_insert(&array, array.count + 1, nullptr));
   EXPECT_EQ(kGeneral, xls_array_remove(&array, array.count));
   xls_array_free(&array);
-  EXPECT_EQ(0, memory.live_blocks);
+  EXPECT_EQ(0, memory.live);
   ASSERT_EQ(0u, xls_array_hint_size(&array, 3));  // usable again; zero-filled
   EXPECT_EQ((std::vector<int>{0, 0, 0}), contents(array));
-  memory.allowed = 0;
+  memory.fail_from = memory.allocations;
   EXPECT_EQ(kNoMemory, xls_array_hint_size(&array, 100));
   EXPECT_EQ(3, array.count);
   xls_array_free(&array);
@@ -137,7 +108,7 @@ TEST(ArrayFlat, InsertRemoveAccess) {
 }
 
 TEST(ArrayChunked, MatchesAModelAcrossChunks) {
-  CountingMemory memory;
+  TestMemory memory;
   // Chunks of 2 * 3 = 6 elements; the first grows from two.
   xls_array array = {&memory.mem, sizeof(int), 0, 0, 2, 3, nullptr};
   std::vector<int> model;
@@ -156,7 +127,7 @@ TEST(ArrayChunked, MatchesAModelAcrossChunks) {
     ASSERT_EQ(model, contents(array)) << "step " << step;
   }
   xls_array_free(&array);
-  EXPECT_EQ(0, memory.live_blocks);
+  EXPECT_EQ(0, memory.live);
 
   // However long the array, no allocation passes one chunk.
   struct Big {
@@ -166,7 +137,7 @@ TEST(ArrayChunked, MatchesAModelAcrossChunks) {
   ASSERT_EQ(0u, xls_array_hint_size(&big, 40));
   EXPECT_EQ(6 * sizeof(Big), memory.largest);
   xls_array_free(&big);
-  EXPECT_EQ(0, memory.live_blocks);
+  EXPECT_EQ(0, memory.live);
 }
 
 TEST(ArrayChunked, GrowthAndBoundaries) {
@@ -241,21 +212,21 @@ TEST(ArrayChunked, LimitsAndFailures) {
   EXPECT_EQ(254, *(int*)xls_array_access(&array, 0));
   xls_array_free(&array);
 
-  CountingMemory memory;
+  TestMemory memory;
   xls_array chunked = {&memory.mem, sizeof(int), 0, 0, 2, 2, nullptr};
-  memory.allowed = 1;  // the table, but no chunk
+  memory.fail_from = memory.allocations + 1;  // the table, but no chunk
   EXPECT_EQ(kNoMemory, xls_array_insert(&chunked, 0, &value));
   EXPECT_EQ(0, chunked.count);
-  memory.allowed = -1;
+  memory.fail_from = -1;
   for (int i = 0; i < 4; ++i) ASSERT_EQ(0u, xls_array_insert(&chunked, i, &i));
-  memory.allowed = 0;  // the next chunk can't be had
+  memory.fail_from = memory.allocations;  // the next chunk can't be had
   EXPECT_EQ(kNoMemory, xls_array_insert(&chunked, 0, &value));
   EXPECT_EQ((std::vector<int>{0, 1, 2, 3}), contents(chunked));
-  memory.allowed = 1;  // hint_size adds all or none
+  memory.fail_from = memory.allocations + 1;  // hint_size adds all or none
   EXPECT_EQ(kNoMemory, xls_array_hint_size(&chunked, 5));
   EXPECT_EQ(4, chunked.count);
   xls_array_free(&chunked);
-  EXPECT_EQ(0, memory.live_blocks);
+  EXPECT_EQ(0, memory.live);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <deque>
@@ -14,36 +13,11 @@
 #include "foundation/zuv_iocache.h"
 #include "foundation/zuv_iodiff.h"
 #include "foundation/zuv_memio.h"
+#include "test_memory.h"
 
 namespace {
 
-struct TestMem {
-  bool fail = false;
-  int live = 0;
-};
-
-uint32_t g_available = 1u << 20;
-
-void* test_alloc(mem_ident* ident, uint32_t size) {
-  TestMem* t = (TestMem*)ident;
-  if (t->fail) return nullptr;
-  t->live++;
-  return malloc(size ? size : 1);
-}
-
-void test_free(mem_ident* ident, void* block) {
-  ((TestMem*)ident)->live--;
-  free(block);
-}
-
-void* test_realloc(mem_ident* ident, void* block, uint32_t size) {
-  TestMem* t = (TestMem*)ident;
-  if (t->fail) return nullptr;
-  if (!block) t->live++;
-  return realloc(block, size ? size : 1);
-}
-
-uint32_t test_available() { return g_available; }
+using tabulon_test::g_available;
 
 std::vector<uint8_t> pattern(uint32_t size) {
   std::vector<uint8_t> v(size);
@@ -66,17 +40,15 @@ std::string layout(const io_diff* d) {
 }
 
 struct IoDiffTest : ::testing::Test {
-  TestMem tm;
+  tabulon_test::TestMemory tm;
   zuv_memio base_stream;
   io_diff* diff = nullptr;
   std::vector<uint8_t> model;
 
-  void open(uint32_t base_size, bool with_base = true) {
+  void open(uint32_t base_size) {
     model = pattern(base_size);
     ASSERT_EQ(0u, memio_open_copy(&base_stream, model.data(), base_size));
-    iod_open_params params = {};
-    if (with_base) params.base = base_stream.io;
-    params.mem = {test_alloc, test_free, test_realloc, test_available, &tm};
+    iod_open_params params = {base_stream.io, {}, tm.mem};
     ASSERT_EQ(0u, iod_open(&params, &diff));
   }
   void write(uint32_t offset, uint32_t size, uint8_t fill) {
@@ -100,6 +72,10 @@ struct IoDiffTest : ::testing::Test {
     if (offset < model.size())
       model.erase(model.begin() + offset,
                   model.begin() + std::min<size_t>(model.size(), offset + size));
+  }
+  void resize(uint32_t size) {
+    ASSERT_EQ(0u, iod_change_size(diff, size));
+    model.resize(size);
   }
   // The whole logical stream equals the model, and the chunks are well
   // formed.
@@ -127,113 +103,69 @@ struct IoDiffTest : ::testing::Test {
 
 }  // namespace
 
-TEST_F(IoDiffTest, NullBaseStartsEmptyAndAFirstWriteFillsWithZeros) {
-  open(0, false);
-  uint8_t byte;
-  uint32_t status = 0;
-  EXPECT_EQ(0u, iod_read(diff, &byte, 1, 0, &status));
-  EXPECT_EQ((uint32_t)KEL_ERR_END_OF_FILE, status);
-  write(100, 2, 'x');
-  EXPECT_EQ("M0+102", layout(diff));
-  check();
-  write(110, 3, 'y');  // appends grow the last memory chunk
-  EXPECT_EQ("M0+113", layout(diff));
-  check();
-}
-
-TEST_F(IoDiffTest, WritesSplitBaseChunksAndAbsorbWhatTheyCover) {
+// Runs of edits, each from a base of 100 bytes or from none: the chunks
+// after each edit.
+TEST_F(IoDiffTest, EditsSplitAbsorbAndMoveChunks) {
+  struct Edit {
+    char op;  // write, insert, delete, size
+    uint32_t offset, size;
+    const char* layout;
+  };
+  const std::vector<std::vector<Edit>> runs = {
+      // Without a base a first write fills with zeros; appends grow the
+      // last memory chunk.
+      {{'w', 100, 2, "M0+102"}, {'w', 110, 3, "M0+113"}},
+      {{'w', 50, 2, "B0+50 M50+2 B52+48"},
+       // From inside a base chunk, over a memory chunk, into another base chunk.
+       {'w', 40, 15, "B0+40 M40+15 B55+45"},
+       {'w', 30, 20, "B0+30 M30+25 B55+45"},  // ending inside memory takes its tail
+       {'w', 0, 30, "M0+30 M30+25 B55+45"},   // exactly a base chunk: replaced
+       {'w', 32, 3, "M0+30 M30+25 B55+45"},   // inside memory: in place
+       {'w', 20, 15, "M0+55 B55+45"},         // from memory into memory: one chunk
+       {'w', 90, 30, "M0+55 B55+35 M90+30"},  // over the end
+       {'w', 0, 200, "M0+200"}},
+      {{'i', 0, 5, "M0+5 B5+100"},
+       {'i', 0, 3, "M0+8 B8+100"},
+       {'i', 8, 2, "M0+10 B10+100"},  // at the boundary behind a memory chunk
+       {'i', 50, 4, "M0+10 B10+40 M50+4 B54+60"},
+       {'i', 10, 1, "M0+11 B11+40 M51+4 B55+60"},
+       {'i', 200, 5, "M0+11 B11+40 M51+4 B55+60 M115+90"}},  // past the end: a write
+      {{'w', 50, 4, "B0+50 M50+4 B54+46"},
+       {'d', 0, 0, "B0+50 M50+4 B54+46"},
+       {'d', 50, 4, "B0+50 B50+46"},  // exactly a chunk: its entry goes
+       {'d', 20, 10, "B0+20 B20+20 B40+46"},  // inside a base chunk: two over the same base
+       {'w', 10, 5, "B0+10 M10+5 B15+5 B20+20 B40+46"},
+       {'d', 12, 20, "B0+10 M10+2 B12+8 B20+46"},  // memory tail, base head, base middle
+       {'d', 70, 10, "B0+10 M10+2 B12+8 B20+46"},  // past the end: nothing
+       {'d', 60, 1000, "B0+10 M10+2 B12+8 B20+40"},
+       {'d', 0, 60, ""}},
+      {{'w', 40, 10, "B0+40 M40+10 B50+50"},
+       {'s', 100, 0, "B0+40 M40+10 B50+50"},
+       {'s', 120, 0, "B0+40 M40+10 B50+50 M100+20"},
+       {'s', 130, 0, "B0+40 M40+10 B50+50 M100+30"},  // growing with zeros
+       {'s', 45, 0, "B0+40 M40+5"},
+       {'s', 40, 0, "B0+40"},
+       {'s', 0, 0, ""},
+       {'s', 0, 0, ""},
+       {'s', 3, 0, "M0+3"}},
+  };
   open(100);
-  write(50, 2, 'a');
-  EXPECT_EQ("B0+50 M50+2 B52+48", layout(diff));
-  check();
-  // From inside a base chunk, over a memory chunk, into another base chunk.
-  write(40, 15, 'b');
-  EXPECT_EQ("B0+40 M40+15 B55+45", layout(diff));
-  check();
-  // Ending inside a memory chunk takes its tail along.
-  write(30, 20, 'c');
-  EXPECT_EQ("B0+30 M30+25 B55+45", layout(diff));
-  check();
-  write(0, 30, 'd');  // exactly a base chunk: replaced
-  EXPECT_EQ("M0+30 M30+25 B55+45", layout(diff));
-  write(32, 3, 'e');  // inside memory: in place
-  write(20, 15, 'f');  // from memory into memory: one grown chunk
-  EXPECT_EQ("M0+55 B55+45", layout(diff));
-  check();
-  write(90, 30, 'g');  // over the end
-  EXPECT_EQ("M0+55 B55+35 M90+30", layout(diff));
-  check();
-  write(0, 200, 'h');
-  EXPECT_EQ("M0+200", layout(diff));
-  check();
-}
-
-TEST_F(IoDiffTest, InsertionsGrowOneBlockAndMoveLaterChunks) {
-  open(100);
-  insert(0, 5, 'a');
-  EXPECT_EQ("M0+5 B5+100", layout(diff));
-  insert(0, 3, 'b');
-  EXPECT_EQ("M0+8 B8+100", layout(diff));
-  insert(8, 2, 'c');  // at the boundary behind a memory chunk
-  EXPECT_EQ("M0+10 B10+100", layout(diff));
-  check();
-  insert(50, 4, 'd');
-  EXPECT_EQ("M0+10 B10+40 M50+4 B54+60", layout(diff));
-  insert(10, 1, 'e');
-  EXPECT_EQ("M0+11 B11+40 M51+4 B55+60", layout(diff));
-  check();
-  insert(200, 5, 'f');  // past the end: a write
-  EXPECT_EQ("M0+11 B11+40 M51+4 B55+60 M115+90", layout(diff));
-  check();
-}
-
-TEST_F(IoDiffTest, DeletionsCutChunksAndStopAtTheEnd) {
-  open(100);
-  write(50, 4, 'a');
-  EXPECT_EQ(0u, iod_delete(diff, 0, 0));
-  erase(50, 4);  // exactly a chunk: its entry goes
-  EXPECT_EQ("B0+50 B50+46", layout(diff));
-  check();
-  erase(20, 10);  // inside a base chunk: two over the same base
-  EXPECT_EQ("B0+20 B20+20 B40+46", layout(diff));
-  check();
-  write(10, 5, 'b');
-  erase(12, 20);  // memory tail, base head, base middle
-  EXPECT_EQ("B0+10 M10+2 B12+8 B20+46", layout(diff));
-  check();
-  erase(70, 10);  // past the end: nothing
-  erase(60, 1000);
-  EXPECT_EQ("B0+10 M10+2 B12+8 B20+40", layout(diff));
-  check();
-  erase(0, 60);
-  EXPECT_EQ("", layout(diff));
-  check();
-}
-
-TEST_F(IoDiffTest, ChangeSizeCutsAndGrowsWithZeros) {
-  open(100);
-  write(40, 10, 'a');
-  std::string before = layout(diff);
-  EXPECT_EQ(0u, iod_change_size(diff, 100));
-  EXPECT_EQ(before, layout(diff));
-  EXPECT_EQ(0u, iod_change_size(diff, 120));
-  EXPECT_EQ(0u, iod_change_size(diff, 130));
-  model.resize(130);
-  EXPECT_EQ("B0+40 M40+10 B50+50 M100+30", layout(diff));
-  check();
-  EXPECT_EQ(0u, iod_change_size(diff, 45));
-  model.resize(45);
-  EXPECT_EQ("B0+40 M40+5", layout(diff));
-  check();
-  EXPECT_EQ(0u, iod_change_size(diff, 40));
-  EXPECT_EQ("B0+40", layout(diff));
-  EXPECT_EQ(0u, iod_change_size(diff, 0));
-  EXPECT_EQ(0u, iod_get_size(diff));
-  EXPECT_EQ(0u, iod_change_size(diff, 0));
-  EXPECT_EQ(0u, iod_change_size(diff, 3));
-  model.assign(3, 0);
-  EXPECT_EQ("M0+3", layout(diff));
-  check();
+  for (const std::vector<Edit>& run : runs) {
+    bool no_base = &run == &runs[0];
+    ASSERT_EQ(0u, iod_reset_to_new_base(diff, no_base ? nullptr : &base_stream.io));
+    model = pattern(no_base ? 0 : 100);
+    check();
+    uint8_t fill = 'a';
+    for (const Edit& e : run) {
+      if (e.op == 'w') write(e.offset, e.size, fill++);
+      if (e.op == 'i') insert(e.offset, e.size, fill++);
+      if (e.op == 'd') erase(e.offset, e.size);
+      if (e.op == 's') resize(e.offset);
+      EXPECT_EQ(e.layout, layout(diff)) << e.op << e.offset << "+" << e.size;
+      check();
+      if (HasFatalFailure()) return;
+    }
+  }
 }
 
 TEST_F(IoDiffTest, TheArrayGrowsByHalfAndFailuresChangeNothing) {
@@ -243,17 +175,15 @@ TEST_F(IoDiffTest, TheArrayGrowsByHalfAndFailuresChangeNothing) {
   uint32_t status = 0;
   for (uint32_t offset = 1; diff->chunk_count < 4991; offset += 2)
     ASSERT_EQ(1u, iod_write(diff, &byte, 1, offset, &status));
-  EXPECT_EQ(4991u, diff->chunk_count);
-  EXPECT_EQ(5000u, diff->chunk_capacity);
 
-  tm.fail = true;  // the growth fails first
+  tm.fail_from = 0;  // the growth fails first
   EXPECT_EQ(0u, iod_write(diff, &byte, 1, 5999, &status));
   EXPECT_EQ((uint32_t)KEL_ERR_OUT_OF_MEMORY, status);
   EXPECT_EQ((uint32_t)KEL_ERR_OUT_OF_MEMORY, iod_delete(diff, 0, 1));
   EXPECT_EQ(4991u, diff->chunk_count);
   EXPECT_EQ(5000u, diff->chunk_capacity);
 
-  tm.fail = false;
+  tm.fail_from = -1;
   EXPECT_EQ(0u, iod_delete(diff, 0, 0));  // size 0: no capacity check
   EXPECT_EQ(5000u, diff->chunk_capacity);
   EXPECT_EQ(0u, iod_delete(diff, 5990, 1));
@@ -263,7 +193,7 @@ TEST_F(IoDiffTest, TheArrayGrowsByHalfAndFailuresChangeNothing) {
   iod_reset_to_new_base(diff, &base_stream.io);
   write(10, 5, 'a');
   std::string before = layout(diff);
-  tm.fail = true;
+  tm.fail_from = 0;
   for (uint32_t offset : {0u, 13u, 14u, 50u, 100u, 7000u}) {
     status = 0;
     EXPECT_EQ(0u, iod_write(diff, "xyz", 3, offset, &status));
@@ -275,7 +205,7 @@ TEST_F(IoDiffTest, TheArrayGrowsByHalfAndFailuresChangeNothing) {
   // Beyond 31 bits nothing is tried.
   EXPECT_EQ(0u, iod_write(diff, "x", 1, 0x7FFFFFFFu, &status));
   EXPECT_EQ((uint32_t)KEL_ERR_OUT_OF_RANGE, status);
-  tm.fail = false;
+  tm.fail_from = -1;
   check();
 }
 
@@ -285,14 +215,12 @@ TEST_F(IoDiffTest, ResetFreesTheEditsAndBasesChainUp) {
   model = pattern(300);
   ASSERT_EQ(0u, memio_open_copy(&base_stream, model.data(), 300));
   // Base: a cache over the memory stream, as in a real stack.
-  ioc_open_params cache_params = {base_stream.io, {}, 1};
-  cache_params.mem = {test_alloc, test_free, test_realloc, test_available, &tm};
+  ioc_open_params cache_params = {base_stream.io, tm.mem, 1};
   io_cache* cache = nullptr;
   ASSERT_EQ(0u, ioc_open(&cache_params, &cache));
   iod_open_params params = {{ioc_read, ioc_write, ioc_get_size, ioc_change_size,
                              ioc_get_base, cache},
-                            scratch.io,
-                            cache_params.mem};
+                            scratch.io, tm.mem};
   ASSERT_EQ(0u, iod_open(&params, &diff));
   ASSERT_NE(nullptr, diff->scratch_cache);
   EXPECT_EQ(1u, diff->scratch_cache->block_count);
@@ -348,18 +276,17 @@ TEST_F(IoDiffTest, CopiesGoInPiecesAndStopAtTheFirstFailure) {
   memio_close(&target);
 
   // With too little memory for a buffer the copy goes through the stack.
-  zuv_mem mem = {test_alloc, test_free, test_realloc, test_available, &tm};
   zuv_memio empty;
   memio_open(&empty);
   for (uint32_t available : {0u, 150u, 1u << 20}) {
     g_available = available;
     memio_open(&target);
-    tm.fail = available == 150;  // a buffer of 50 bytes is refused
-    EXPECT_EQ(0u, copy_data(&target.io, &base_stream.io, &mem));
-    tm.fail = false;
+    tm.fail_from = available == 150 ? 0 : -1;  // a buffer of 50 bytes is refused
+    EXPECT_EQ(0u, copy_data(&target.io, &base_stream.io, &tm.mem));
+    tm.fail_from = -1;
     ASSERT_EQ(1000u, target.size);
     EXPECT_EQ(0, memcmp(model.data(), target.bytes, 1000));
-    EXPECT_EQ(0u, copy_data(&target.io, &empty.io, &mem));  // nothing to do
+    EXPECT_EQ(0u, copy_data(&target.io, &empty.io, &tm.mem));  // nothing to do
     memio_close(&target);
   }
   memio_close(&empty);
@@ -389,9 +316,7 @@ TEST_F(IoDiffTest, RandomEditsMatchAPlainVector) {
         erase(offset, length);
         break;
       case 9: {
-        uint32_t new_size = random() % 2 ? size + length : size - std::min(size, length);
-        ASSERT_EQ(0u, iod_change_size(diff, new_size));
-        model.resize(new_size);
+        resize(random() % 2 ? size + length : size - std::min(size, length));
         break;
       }
       case 10:

@@ -32,7 +32,6 @@ class CanvasProbe {
   DCanvasMVCairo* operator->() const { return canvas_; }
   int32_t width() const { return width_; }
   int32_t height() const { return height_; }
-  int bits() const { return bits_; }
 
   uint32_t stride() const {
     unsigned char* pixels;

@@ -1,8 +1,5 @@
-// The cairo canvas: shapes, pictures and text, and a sample picture of all
-// of them written to the build tree for a person to look at.
+// The cairo canvas: shapes, pictures and text.
 #include <gtest/gtest.h>
-
-#include <stdio.h>
 
 #include <string>
 
@@ -177,39 +174,6 @@ TEST(CairoCanvas, TextInksInTheColourAboveTheBaseline) {
   EXPECT_GT(half.ink_count(), 20);
   for (int y = 0; y < 30; ++y)
     for (int x = 5 + advance / 2; x < 40; ++x) ASSERT_FALSE(half.ink(x, y)) << x << "," << y;
-}
-
-// What the canvas draws, for a person to look at: the path is printed.
-TEST(CairoCanvas, SamplePicture) {
-  FontsLoaded fonts(tabulon_test::font_dir());
-  CanvasProbe c(200, 100, 32);
-  c->SetColor(DRGBValue{0, 0x20, 0x40, 0xA0});
-  c->DrawLine(5, 95, 195, 5);
-  c->SetColor(DRGBValue{0, 0xF0, 0x90, 0x20});
-  c->FillPie(DRect{10, 10, 60, 60}, -kQuarter, kQuarter * 1.5);
-  c->SetColor(kBlack);
-  c->DrawPie(DRect{10, 10, 60, 60}, -kQuarter, kQuarter * 1.5);
-  c->SetClip(DRect{120, 55, 40, 30});
-  c->SetColor(DRGBValue{0, 0x30, 0xA0, 0x40});
-  c->FillRectangle(DRect{100, 45, 90, 50});
-  c->SetClip(DRect{0, 0, 200, 100});
-  c->SetColor(kBlack);
-  ASSERT_EQ(0u, c->SetFontByFamily(kFamilySans, 16, false, false, 1.0));
-  int32_t x = 80;
-  for (const char* p = "Sheet1 123.45"; *p; ++p) {
-    int32_t advance;
-    ASSERT_EQ(0u, c->DrawChar(x, 40, (uint16_t)*p));
-    ASSERT_EQ(0u, c->MeasureChar((uint16_t)*p, &advance));
-    x += advance;
-  }
-  EXPECT_EQ(0x30A040u, c.rgb(120, 55));  // the clip's corners, exactly
-  EXPECT_EQ(0x30A040u, c.rgb(159, 84));
-  EXPECT_NE(0x30A040u, c.rgb(119, 60));
-  EXPECT_NE(0x30A040u, c.rgb(160, 60));
-  EXPECT_NE(0x30A040u, c.rgb(130, 85));
-  std::string path = std::string(TABULON_TEST_BINARY_DIR) + "/platform_sample.png";
-  ASSERT_TRUE(png_write_file(path.c_str(), c.row(0), 200, 100, c.stride(), 32));
-  printf("sample picture: %s\n", path.c_str());
 }
 
 }  // namespace

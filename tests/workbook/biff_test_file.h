@@ -61,6 +61,12 @@ struct Stream {
     b.insert(b.end(), n.begin(), n.end());
     return record(0x31, b);
   }
+  uint32_t format(uint16_t index, const std::u16string& code) {
+    Bytes b, t = text(code);
+    add16(&b, index);
+    b.insert(b.end(), t.begin(), t.end());
+    return record(0x41E, b);
+  }
   // A BOUNDSHEET whose BOF position is patched by patch_bof.
   uint32_t boundsheet(const std::u16string& name, uint8_t type = 0, uint8_t hidden = 0) {
     Bytes b;
@@ -155,11 +161,18 @@ struct Stream {
     add16(&b, 0), add16(&b, 60), add16(&b, 100), add32(&b, 0);
     return record(0x23E, b);
   }
-  // An INDEX for rows first to last - 1, then blocks of 32 rows from first,
-  // each its ROW records and a DBCELL; returns the INDEX's offset.
   struct Row {
     uint16_t row, height, flags, xf;
   };
+  // A ROW record of columns 0 to 10.
+  uint32_t row(const Row& r) {
+    Bytes b;
+    add16(&b, r.row), add16(&b, 0), add16(&b, 10), add16(&b, r.height);
+    add32(&b, 0), add16(&b, r.flags | 0x100), add16(&b, r.xf);
+    return record(0x208, b);
+  }
+  // An INDEX for rows first to last - 1, then blocks of 32 rows from first,
+  // each its ROW records and a DBCELL; returns the INDEX's offset.
   uint32_t row_blocks(uint32_t first, uint32_t last, const std::vector<Row>& rows) {
     uint32_t blocks = last > first ? (last - first + 31) / 32 : 0;
     Bytes body;
@@ -168,13 +181,8 @@ struct Stream {
     uint32_t index = record(0x20B, body);
     for (uint32_t k = 0; k < blocks; ++k) {
       uint32_t start = (uint32_t)bytes.size(), count = 0;
-      for (const Row& r : rows) {
-        if ((r.row - first) >> 5 != k || r.row < first) continue;
-        Bytes b;
-        add16(&b, r.row), add16(&b, 0), add16(&b, 10), add16(&b, r.height);
-        add32(&b, 0), add16(&b, r.flags | 0x100), add16(&b, r.xf);
-        record(0x208, b), ++count;
-      }
+      for (const Row& r : rows)
+        if ((r.row - first) >> 5 == k && r.row >= first) row(r), ++count;
       Bytes dbcell;
       add32(&dbcell, count ? (uint32_t)bytes.size() - start : 0);
       for (uint32_t i = 0; i < count; ++i) add16(&dbcell, 0);
@@ -183,10 +191,9 @@ struct Stream {
     }
     return index;
   }
-  // A worksheet substream with the records a scan needs.
-  uint32_t worksheet(const std::vector<std::pair<uint16_t, Bytes>>& records = {}) {
+  // An empty worksheet substream.
+  uint32_t worksheet() {
     uint32_t at = bof(0x10);
-    for (const auto& r : records) record(r.first, r.second);
     record(0x23E, Bytes(18, 0));
     eof();
     return at;
@@ -196,9 +203,7 @@ struct Stream {
 // The workbook stream in a compound file under the given stream name.
 inline Bytes compound(const Bytes& workbook, const std::string& name = "Workbook") {
   ole_test::Builder builder;
-  Bytes padded = workbook;
-  uint32_t id = builder.stream(name, padded);
-  builder.list({id});
+  builder.list({builder.stream(name, workbook)});
   return builder.build();
 }
 
@@ -215,15 +220,7 @@ struct Pool {
   ~Pool() { memio_close(&memio); }
   Pool(const Pool&) = delete;
   Pool& operator=(const Pool&) = delete;
-  uint32_t open(xls_file** file, const char16_t* password = nullptr) {
-    unsigned short* copy = nullptr;
-    if (password) {
-      size_t n = std::char_traits<char16_t>::length(password);
-      copy = (unsigned short*)malloc((n + 1) * 2);
-      memcpy(copy, password, (n + 1) * 2);
-    }
-    return xls_open(&pool, file, 1, nullptr, kel_format_biff8, copy);
-  }
+  uint32_t open(xls_file** file) { return xls_open(&pool, file, 1, nullptr, kel_format_biff8, nullptr); }
 };
 
 // A workbook of one worksheet: globals with six fonts (the first Arial 10,
@@ -236,13 +233,7 @@ inline Bytes one_sheet(const std::function<void(Stream&)>& sheet,
   s.bof(5);
   s.window1();
   for (uint16_t n = 0; n < 6; ++n) s.font(n ? u"Times" : u"Arial", 200 + 20 * n, 400, n ? n : 0x7FFF);
-  for (const auto& f : {std::make_pair(164, u"0.000"), std::make_pair(2, u"0.0#")}) {
-    Bytes format;
-    add16(&format, f.first);
-    Bytes code = text(f.second);
-    format.insert(format.end(), code.begin(), code.end());
-    s.record(0x41E, format);
-  }
+  s.format(164, u"0.000"), s.format(2, u"0.0#");
   if (globals) globals(s);
   else for (int i = 0; i < 16; ++i) s.xf(0, 0, 0);
   uint32_t bound = s.boundsheet(u"S");

@@ -44,10 +44,14 @@ Bytes tall_sheet() {
   });
 }
 
-TEST(RowRecords, FoundThroughIndexAndDbcell) {
-  Book book(tall_sheet());
-  ASSERT_EQ(0u, book.status);
+// The tall sheet, open.
+struct TallSheet : ::testing::Test {
+  Book book{tall_sheet()};
   xls_sheet_t* sheet = book.sheet();
+  void SetUp() override { ASSERT_EQ(0u, book.status); }
+};
+
+TEST_F(TallSheet, RowRecordsFoundThroughIndexAndDbcell) {
   ASSERT_NE(0u, sheet->index_offset);
   EXPECT_EQ(kDefault, xls_get_default_row_height(sheet));
   auto read = [&](uint32_t index_offset, uint16_t row, bool* not_found) {
@@ -97,10 +101,7 @@ TEST(RowRecords, FoundThroughIndexAndDbcell) {
   }
 }
 
-TEST(HeightGrid, CountsTheRowRecordsOfABlockAsConsecutiveRows) {
-  Book book(tall_sheet());
-  ASSERT_EQ(0u, book.status);
-  xls_sheet_t* sheet = book.sheet();
+TEST_F(TallSheet, HeightGridCountsTheRowRecordsOfABlockAsConsecutiveRows) {
   // The estimate: the rows before the first, then the n-th ROW record for
   // the n-th row after them.
   std::vector<uint32_t> estimate(1, kDefault);
@@ -111,8 +112,6 @@ TEST(HeightGrid, CountsTheRowRecordsOfABlockAsConsecutiveRows) {
     for (uint32_t r = 256 * k; r < 256 * (k + 1); ++r) sum += estimate[r];
     ASSERT_EQ(sum, sheet->height_grid[k]) << k;
   }
-  EXPECT_EQ(0, sheet->height_window_first);
-  for (uint32_t top : sheet->height_window) EXPECT_EQ(XLS_HEIGHT_UNKNOWN, top);
 
   // No rows in the INDEX, or no INDEX: every row has the default height.
   for (bool index : {true, false}) {
@@ -146,27 +145,16 @@ TEST(HeightGrid, CountsTheRowRecordsOfABlockAsConsecutiveRows) {
   EXPECT_EQ(254u * kDefault + 1200, stray->height_grid[0]);
 }
 
-TEST(RowHeights, WindowGivesExactTopsAndSlides) {
-  Book book(tall_sheet());
-  ASSERT_EQ(0u, book.status);
-  xls_sheet_t* sheet = book.sheet();
-  // Downwards from the top the window stays exact.
-  uint32_t y = 0, top = 0;
-  for (uint16_t row = 0; row < 1000; ++row) {
-    ASSERT_EQ(height(row), xls_get_row_height(sheet, row, &top)) << row;
-    ASSERT_EQ(y, top) << row;
-    y += height(row);
-  }
-  EXPECT_EQ(999 - 254, sheet->height_window_first);
-
+TEST_F(TallSheet, RowWindowGivesExactTopsAndSlides) {
   // A row 255 after the window's first slides it by one, keeping the rest;
   // 510 after it nothing is kept, and the grid's estimate is the start.
+  // (Going down from the top stays exact: see the edits below.)
   auto exact_top = [](uint32_t row) {
     uint32_t sum = 0;
     for (uint32_t r = 0; r < row; ++r) sum += height(r);
     return sum;
   };
-  cache_sheet_heights(sheet);
+  uint32_t top = 0;
   xls_get_row_height(sheet, 0, nullptr);
   xls_get_row_height(sheet, 255, nullptr);
   EXPECT_EQ(1, sheet->height_window_first);
@@ -190,10 +178,7 @@ TEST(RowHeights, WindowGivesExactTopsAndSlides) {
   EXPECT_EQ(sheet->height_grid[255] - kDefault, top);
 }
 
-TEST(RowHeights, EachRowHasItsOwnHeightWhateverTheOrderAskedIn) {
-  Book book(tall_sheet());
-  ASSERT_EQ(0u, book.status);
-  xls_sheet_t* sheet = book.sheet();
+TEST_F(TallSheet, EachRowHasItsOwnHeightWhateverTheOrderAskedIn) {
   // Rows 400 to 645 are asked for after the window, first at row 646, was
   // laid on grid entry 1, an estimate; it slides back to row 400, laid on
   // entry 0, which is exact, keeping the tops of rows 646 to 655.
@@ -205,10 +190,7 @@ TEST(RowHeights, EachRowHasItsOwnHeightWhateverTheOrderAskedIn) {
     EXPECT_EQ(height(row), xls_get_row_height(sheet, row, nullptr)) << row;
 }
 
-TEST(RowHeights, FindRowIsTheInverseOfTheTops) {
-  Book book(tall_sheet());
-  ASSERT_EQ(0u, book.status);
-  xls_sheet_t* sheet = book.sheet();
+TEST_F(TallSheet, FindRowIsTheInverseOfTheTops) {
   // Up to row 299 the grid is exact, so y and row agree both ways.
   for (uint16_t row = 0; row < 400; ++row) {
     uint32_t top = 0, h = xls_get_row_height(sheet, row, &top);
@@ -340,10 +322,7 @@ void expect_layout(xls_file* file, xls_sheet_t* sheet) {
   }
 }
 
-TEST(RowEdits, HeightsAndHidingMoveTheRowsBehind) {
-  Book book(tall_sheet());
-  ASSERT_EQ(0u, book.status);
-  xls_sheet_t* sheet = book.sheet();
+TEST_F(TallSheet, EditedHeightsAndHidingMoveTheRowsBehind) {
   std::vector<uint32_t> heights(65536);
   for (uint32_t r = 0; r < heights.size(); ++r) heights[r] = height(r);
   auto expect_heights = [&](xls_sheet_t* in, uint32_t from, uint32_t to) {
@@ -539,21 +518,14 @@ TEST(RowEdits, SheetsWithoutRowsAndProtectedSheets) {
 TEST(RowRecords, SheetsWithoutIndexFindTheirRowsAsScanned) {
   // Some writers leave INDEX and DBCELL out; the ROW records still count:
   // a run of rows 0 to 2 and another, out of order, for row 700 and 701.
-  auto row = [](Stream& s, uint16_t r, uint16_t height, uint16_t flags) {
-    Bytes b;
-    biff_test::add16(&b, r), biff_test::add16(&b, 0), biff_test::add16(&b, 1);
-    biff_test::add16(&b, height), biff_test::add32(&b, 0);
-    biff_test::add16(&b, flags | 0x100), biff_test::add16(&b, 15);
-    s.record(0x208, b);
-  };
   Book book(one_sheet([&](Stream& s) {
     s.record(0x225, {0, 0, kDefault & 0xFF, kDefault >> 8});
-    row(s, 700, 600, 0x40);
-    row(s, 701, 100, 0x40);
+    s.row({700, 600, 0x40, 15});
+    s.row({701, 100, 0x40, 15});
     s.number(700, 0, 15, 1);
-    row(s, 0, 420, 0x40);
-    row(s, 1, 0x8000 | 255, 0x20);  // hidden
-    row(s, 2, 200, 0x40);
+    s.row({0, 420, 0x40, 15});
+    s.row({1, 0x8000 | 255, 0x20, 15});  // hidden
+    s.row({2, 200, 0x40, 15});
     s.number(0, 0, 15, 1);
     s.window2();
   }));
