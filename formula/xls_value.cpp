@@ -239,17 +239,16 @@ uint32_t xls_value_copy(xls_value_t* target, const xls_value_t* source) {
 
 /* ---- Access ------------------------------------------------------------- */
 
+const xls_basic_value_t* xls_value_basic_part(const xls_value_t* value) {
+  if (value->kind == vt_basic) return &value->u.basic;
+  return value->kind == vt_expr ? &value->u.expr.cache : nullptr;
+}
+
 uint32_t xls_basic_value(const xls_value_t* value, xls_basic_value_t* basic) {
-  switch (value->kind) {
-    case vt_basic:
-      *basic = value->u.basic;
-      return 0;
-    case vt_expr:
-      *basic = value->u.expr.cache;
-      return 0;
-    default:
-      return KEL_ERR_GENERAL;
-  }
+  const xls_basic_value_t* part = xls_value_basic_part(value);
+  if (!part) return KEL_ERR_GENERAL;
+  *basic = *part;
+  return 0;
 }
 
 void xls_value_array_set(xls_value_t* array, int row, int column,

@@ -209,8 +209,10 @@ bool kel_value_is_sst_str(const unsigned short* text);
 
 /* ---- Access ------------------------------------------------------------- */
 
-/* The basic part of a vt_basic, or the cache of a vt_expr, as a shallow
- * copy; 0x073700FF for a vt_range. */
+/* The basic part of a vt_basic, or the cache of a vt_expr, where it
+ * stands; null for a vt_range. */
+const xls_basic_value_t* xls_value_basic_part(const xls_value_t* value);
+/* The same as a shallow copy; 0x073700FF for a vt_range. */
 uint32_t xls_basic_value(const xls_value_t* value, xls_basic_value_t* basic);
 void xls_value_array_set(xls_value_t* array, int row, int column,
                          const xls_value_t* source);

@@ -91,14 +91,8 @@ double xls_basic_value_todouble(const xls_basic_value_t* value) {
   }
 }
 
-/* The basic part of value that xls_basic_value would copy, read in place. */
-static const xls_basic_value_t* basic_part(const xls_value_t* value) {
-  if (value->kind == vt_basic) return &value->u.basic;
-  return value->kind == vt_expr ? &value->u.expr.cache : nullptr;
-}
-
 double xls_value_todouble(const xls_value_t* value) {
-  const xls_basic_value_t* basic = basic_part(value);
+  const xls_basic_value_t* basic = xls_value_basic_part(value);
   return basic ? xls_basic_value_todouble(basic) : 0;
 }
 
@@ -111,7 +105,7 @@ int32_t xls_basic_value_tolong(const xls_basic_value_t* value) {
 }
 
 int32_t xls_value_tolong(const xls_value_t* value) {
-  const xls_basic_value_t* basic = basic_part(value);
+  const xls_basic_value_t* basic = xls_value_basic_part(value);
   return basic ? xls_basic_value_tolong(basic) : 0;
 }
 

@@ -96,11 +96,15 @@ uint32_t kel_cell_cache_find_cell(auto_cell_t* cell, const kel_cell_cache_t* cac
 
 uint32_t kel_cell_cache_find_cell_search(auto_cell_t* cell, const kel_cell_cache_t* cache,
                                          uint32_t column, uint32_t row, kel_cell_hint* hint) {
-  xls_cell_t* same =
-      static_cast<xls_cell_t*>(xls_array_access_near(cache, &hint->block, hint->index));
-  if (same && compare_position(column, row, same) == 0) {
-    auto_cell_set(cell, same);
-    return 0;
+  // A walk in order that crosses into the next block finds its cell here.
+  for (int guess = hint->index + 1; guess >= hint->index; --guess) {
+    xls_cell_t* candidate =
+        static_cast<xls_cell_t*>(xls_array_access_near(cache, &hint->block, guess));
+    if (candidate && compare_position(column, row, candidate) == 0) {
+      hint->index = guess;
+      auto_cell_set(cell, candidate);
+      return 0;
+    }
   }
   bool found = false;
   hint->index = kel_cell_cache_find_pos(cache, column, row, &found);

@@ -90,7 +90,8 @@ struct kel_cell_hint {
   xls_array_block block;
 };
 /* The rest of kel_cell_cache_find_cell_near, once the cell after the
- * hint's is not the one: the hint's own cell, then a search. */
+ * hint's isn't in the hint's block or isn't the one: that cell again, the
+ * block moved to it, then the hint's own cell, then a search. */
 uint32_t kel_cell_cache_find_cell_search(auto_cell_t* cell, const kel_cell_cache_t* cache,
                                          uint32_t column, uint32_t row, kel_cell_hint* hint);
 /* The cell after the hint's, unpinned, with the hint moved onto it, when
@@ -111,10 +112,7 @@ inline xls_cell_t* kel_cell_cache_next_in_block(const kel_cell_cache_t* cache,
 inline uint32_t kel_cell_cache_find_cell_near(auto_cell_t* cell, const kel_cell_cache_t* cache,
                                               uint32_t column, uint32_t row,
                                               kel_cell_hint* hint) {
-  xls_cell_t* next =
-      static_cast<xls_cell_t*>(xls_array_access_near(cache, &hint->block, hint->index + 1));
-  if (next && next->row == row && next->column == column) {
-    hint->index += 1;
+  if (xls_cell_t* next = kel_cell_cache_next_in_block(cache, column, row, hint)) {
     auto_cell_set(cell, next);
     return 0;
   }

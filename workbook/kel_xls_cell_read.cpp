@@ -269,13 +269,13 @@ static inline uint32_t read_found_cell(xls_file* file, auto_cell_t cell, const b
   return fill_info_xf(file, info, flags, xf, xf_index, locale);
 }
 
-/* xls_read_cell past its first look: a search for the cell, and an XF
- * that may inherit. */
+/* xls_read_cell past its first look, which was kel_cell_cache_find_cell_near's:
+ * the rest of that lookup, and an XF that may inherit. */
 static uint32_t read_cell_searched(xls_sheet_t* sheet, int column, int row,
                                    xls_read_cell_info* info, const xls_locale* locale) {
   auto_cell_t cell = nullptr;
-  uint32_t status = kel_cell_cache_find_cell_near(&cell, &sheet->cells, column, row,
-                                                  &sheet->cell_hint);
+  uint32_t status = kel_cell_cache_find_cell_search(&cell, &sheet->cells, column, row,
+                                                    &sheet->cell_hint);
   if (status) return status;
   if (!cell) return read_absent_cell(sheet, column, row, info, locale);
   biff_xf inherited;
